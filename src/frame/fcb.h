@@ -1,0 +1,86 @@
+// The control block of one drawing: its file, version, header, handle
+// state and the table heads. The drawing store's lists and index live here
+// too once they are made by the store.
+#pragma once
+
+#include <cstdint>
+
+#include "driver/hooks.h"
+#include "frame/kstypes.h"
+
+struct ksHeader;
+struct ksReaderOps;
+
+inline constexpr int ksMaxChildren = 512;
+inline constexpr int ksShapeCacheSize = 10;
+
+// The ten table heads in the order of the DWG header section.
+enum ksTableHead : int {
+    ksHeadBlocks = 0,
+    ksHeadLayers,
+    ksHeadStyles,
+    ksHeadLinetypes,
+    ksHeadViews,
+    ksHeadUcses,
+    ksHeadVports,
+    ksHeadAppids,
+    ksHeadDimstyles,
+    ksHeadVpEntHeaders,
+    ksTableHeadCount
+};
+
+struct ksFcb {
+    ksFcb* children[ksMaxChildren];  // external references loaded under this drawing
+    int16_t childCount;
+    char fileName[ksPathMax];
+    ksHeader* header;
+    ksStream* file;           // the open input
+    ksReaderOps* ops;         // dwgOps or dxfOps of ksG
+    uint8_t isDxf;
+    uint8_t fileType;         // 0 DWG, 1 ASCII DXF, 2 binary DXF
+    int16_t fileVersion;      // ksVersion of the input; -1 when none was found
+    int16_t sourceVersion;    // -1 after a load; the version of a drawing made in memory
+    uint8_t loading;
+    uint8_t closeAfterLoad;
+    uint8_t handlesEnabled;   // $HANDLING as the header reader found it
+    ksObjHandle handleSeed;   // $HANDSEED as the header reader found it
+    ksObjHandle nextHandle;
+    uint8_t makeEntityHandles;
+    uint8_t makeTableHandles;
+    int16_t visRetain;
+    int16_t versionGuessed;
+
+    // Fixed handles of the drawing, in the order of the fixed-handle table.
+    ksObjHandle blockControlHandle;
+    ksObjHandle layerControlHandle;
+    ksObjHandle shapeFileControlHandle;
+    ksObjHandle linetypeControlHandle;
+    ksObjHandle viewControlHandle;
+    ksObjHandle ucsControlHandle;
+    ksObjHandle vportControlHandle;
+    ksObjHandle regAppControlHandle;
+    ksObjHandle dimStyleControlHandle;
+    ksObjHandle vpEntControlHandle;
+    ksObjHandle modelBlockHandle;
+    ksObjHandle paperBlockHandle;
+    ksObjHandle modelBlockBegin;
+    ksObjHandle modelBlockEnd;
+    ksObjHandle paperBlockBegin;
+    ksObjHandle paperBlockEnd;
+    ksObjHandle byBlockHandle;
+    ksObjHandle byLayerHandle;
+
+    // Entry counts of the tables as the header reader found them.
+    int32_t tableCount[ksTableHeadCount];
+
+    // Shape lookups of this drawing.
+    int16_t shapeCacheCount;
+    char shapeCacheName[ksShapeCacheSize][32];
+    ksObjHandle shapeCacheStyle[ksShapeCacheSize];
+    int16_t shapeCacheNumber[ksShapeCacheSize];
+};
+
+// The constructor: a zeroed drawing block, or null with error 1.
+ksFcb* ksNewFcb();
+// Frees the block itself (the caller has freed what it holds).
+void ksFreeFcb(ksFcb* fcb);

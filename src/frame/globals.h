@@ -1,0 +1,144 @@
+// The toolkit control block: one per process, reached through ksG, null
+// while the toolkit is down. It holds the error number, the hooks, the
+// shared buffers, the init data and the reader tables.
+#pragma once
+
+#include <cstdint>
+
+#include "frame/initdata.h"
+#include "frame/kstypes.h"
+#include "frame/readerops.h"
+
+struct ksEntityHeader;
+struct ksFontRecord;
+
+// Optional hooks of a hosting program. All but findFile are null unless a
+// setter installs them; every call site tests for null.
+using ksFindFileHook = int16_t (*)(char* name, char* found, int16_t flag);  // found: ksPathMax bytes
+using ksNoticeHook = void (*)(int16_t number);
+using ksSeverityHook = void (*)(int16_t severity);
+using ksProgressHook = void (*)(int16_t percent);
+using ksEntityNoticeHook = void (*)(ksEntityHeader* head, void* body);
+using ksInitOpenHook = int16_t (*)();
+using ksInitReadByteHook = int (*)();
+using ksInitReadBlockHook = int16_t (*)(void* buffer, int32_t size);
+using ksInitCloseHook = void (*)();
+
+inline constexpr uint32_t ksIoBufferSize = 65535;     // readBuffer, writeBuffer
+inline constexpr uint32_t ksXdataBufferSize = 16384;  // the two extended-data buffers
+inline constexpr int ksHeaderNameCount = 12;          // name-valued header variables
+inline constexpr int ksHeaderNameSize = 512;
+
+struct ksGlobals {
+    uint8_t skipBlockRefs;
+    ksObjHandle continuousHandle;
+    int16_t betaSeen;
+    int16_t outputOption;
+    ksFontRecord* simplexFont;
+    ksFontRecord* gdtFont;
+    uint8_t loadContinue;
+    int32_t errorNumber;
+    uint8_t convertPolylines;
+
+    ksFindFileHook findFile;
+    ksNoticeHook writeNotice;
+    ksSeverityHook errorHandler;
+    ksProgressHook dxfProgress;
+    ksProgressHook loadProgress;
+    ksProgressHook saveProgress;
+    ksEntityNoticeHook entityNotice;
+    ksInitOpenHook initOpen;
+    ksInitReadByteHook initReadByte;
+    ksInitReadBlockHook initReadBlock;
+    ksInitCloseHook initClose;
+
+    uint8_t initLoaded;
+    ksInitData init;
+
+    ksObjHandle nullHandle;
+    ksObjHandle firstHandle;
+    uint8_t* xdataReadBuffer;
+    uint8_t* xdataWriteBuffer;
+    uint8_t* readBuffer;
+    uint8_t* writeBuffer;
+    ksReaderOps dwgOps;
+    ksReaderOps dxfOps;
+
+    int16_t dxfWriteZeroZ;
+    int16_t writeBlockSize;
+    int16_t dxfNegativeZero;
+    double dxfHalfUnit;
+    double dxfHalfUnitRadians;
+    int16_t dxfPrecision;
+    char dxfIntegerFormat[10];
+    char dxfRealFormat[10];
+    char dxfExpFormat[10];
+    double dxfScale;
+    int16_t allowBetaFiles;
+
+    // Scratch of ksInit's own (10 bytes); ksShutdown frees it.
+    void* initScratch;
+
+    // DXF text of the name-valued header variables ($CELTYPE ...), in the
+    // order of ksHeaderNameTable; resolved to handles after the tables load.
+    char headerNames[ksHeaderNameCount][ksHeaderNameSize];
+};
+
+// The one control block; null while the toolkit is down.
+extern ksGlobals* ksG;
+
+// Lifecycle. ksInit returns 1 and brings the toolkit up, or 0 with the
+// reason in *errorOut (the block is gone again by then).
+int16_t ksInit(const char* initPath, int16_t useHooks, int16_t* errorOut);
+void ksShutdown();
+
+// Error number of the running toolkit (0 while it is down).
+int16_t ksErrorNumber();
+void ksSetError(int16_t number);
+// Reports an allocation failure: sets the number and calls errorHandler(2)
+// where one is set. Returns true when a handler let the operation go on.
+bool ksAllocFailed(int16_t number);
+
+// The error texts: 0 to 306. The result is a constant or lies in a buffer
+// that the next call overwrites.
+const char* ksErrorMessage(int16_t number);
+inline constexpr int ksErrorCount = 307;
+
+// Hook setters. The four init hooks and the error handler are process-wide
+// and may be set before ksInit; the others need a running toolkit and
+// return 0 when it is down.
+void ksSetInitOpen(ksInitOpenHook hook);
+void ksSetInitReadByte(ksInitReadByteHook hook);
+void ksSetInitReadBlock(ksInitReadBlockHook hook);
+void ksSetInitClose(ksInitCloseHook hook);
+void ksSetErrorHandler(ksSeverityHook hook);
+int16_t ksSetFindFile(ksFindFileHook hook);  // null restores the built-in search
+int16_t ksSetWriteNotice(ksNoticeHook hook);
+int16_t ksSetDxfProgress(ksProgressHook hook);
+int16_t ksSetLoadProgress(ksProgressHook hook);
+int16_t ksSetSaveProgress(ksProgressHook hook);
+int16_t ksSetEntityNotice(ksEntityNoticeHook hook);
+
+// Setters of the block's switches. ksStopLoad is the stop request: it
+// clears loadContinue, and the load fails before its next phase.
+int16_t ksStopLoad();
+int16_t ksSetAllowBetaFiles(int16_t allow);
+int16_t ksSetOutputOption(int16_t option);
+int16_t ksSetConvertPolylines(uint8_t convert);
+int16_t ksSetSkipBlockRefs(uint8_t skip);
+
+// The built-in file search: the name as given (forward slashes and
+// backslashes made the platform separator), then the current directory,
+// then each directory of the ACAD variable (separated by semicolons).
+// found must hold ksPathMax bytes; it holds the name when nothing matched.
+int16_t ksFindFileDefault(char* name, char* found, int16_t flag);
+
+// Code page names: index 0 to 41.
+inline constexpr int ksCodePageNameCount = 42;
+int16_t ksCodePageName(int16_t index, char* buffer);  // buffer of 16 bytes
+int16_t ksCodePageIndex(const char* name, int16_t* indexOut);
+
+// Case-insensitive compare of the toolkit's texts (ASCII letters folded),
+// -1, 0 or 1; ksStrNCompare looks at most at n characters.
+int ksStrCompare(const char* a, const char* b);
+int ksStrNCompare(const char* a, const char* b, size_t n);
