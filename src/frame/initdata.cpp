@@ -228,6 +228,8 @@ int16_t ksCodeToUnicode(int16_t codePage, uint16_t code, uint16_t* out)
         return 0;
     const ksInitData& d = ksG->init;
     if (code < 256) {
+        if (d.codePageToUnicode[slot] == nullptr)  // its allocation failed and a handler went on
+            return 0;
         *out = d.codePageToUnicode[slot][code];
         return 1;
     }
@@ -247,7 +249,7 @@ int16_t ksUnicodeToCode(uint16_t unicode, int16_t codePage, uint16_t* out)
     if (slot < 0)
         return 0;
     const ksInitData& d = ksG->init;
-    for (uint16_t code = 0; code < 256; ++code) {
+    for (uint16_t code = 0; code < 256 && d.codePageToUnicode[slot]; ++code) {
         if (d.codePageToUnicode[slot][code] == unicode) {
             *out = code;
             return 1;
