@@ -1,0 +1,160 @@
+// Speed of the first steps of a load, over the drawing corpus:
+//   Sniff/<folder>      ksSniffBytes over the first ksSniffSize bytes of
+//                       every file (bytes per second of those heads)
+//   LoadStart/<folder>  ksLoadDrawing and ksCloseDrawing of every file
+//                       (files per second): detection, open and whatever
+//                       the load gets through
+// One benchmark per corpus folder (dwg, dxf, dxf-binary), plus Sniff/all.
+//
+// Run: build/bench/zemacad_bench [--benchmark_filter=Sniff]
+// The corpus is $ZEMACAD_CORPUS, else <source dir>/../shared/corpus.
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <span>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "frame/globals.h"
+#include "frame/load.h"
+#include "frame/readerops.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct Sample {
+    std::string path;
+    std::vector<uint8_t> head;  // at most ksSniffSize bytes
+};
+
+struct Folder {
+    std::string name;
+    std::vector<Sample> samples;
+    size_t headBytes = 0;
+};
+
+fs::path corpusRoot()
+{
+    const char* env = std::getenv("ZEMACAD_CORPUS");
+    if (env != nullptr && *env != '\0')
+        return env;
+    return fs::path(ZEMACAD_SOURCE_DIR) / ".." / "shared" / "corpus";
+}
+
+Folder readFolder(const fs::path& root, const std::string& name)
+{
+    Folder folder;
+    folder.name = name;
+    std::error_code ec;
+    std::vector<fs::path> paths;
+    for (fs::recursive_directory_iterator it(root / name, ec), end; !ec && it != end; it.increment(ec)) {
+        if (it->is_regular_file(ec))
+            paths.push_back(it->path());
+    }
+    std::sort(paths.begin(), paths.end());
+    for (const fs::path& path : paths) {
+        std::ifstream in(path, std::ios::binary);
+        Sample sample;
+        sample.path = path.string();
+        sample.head.resize(ksSniffSize);
+        in.read(reinterpret_cast<char*>(sample.head.data()), static_cast<std::streamsize>(ksSniffSize));
+        sample.head.resize(static_cast<size_t>(in.gcount()));
+        folder.headBytes += sample.head.size();
+        folder.samples.push_back(std::move(sample));
+    }
+    return folder;
+}
+
+void sniffAll(benchmark::State& state, const std::vector<const Folder*>& folders)
+{
+    size_t bytes = 0;
+    for (const Folder* folder : folders)
+        bytes += folder->headBytes;
+    for (auto _ : state) {
+        for (const Folder* folder : folders) {
+            for (const Sample& sample : folder->samples) {
+                ksSniff sniff = ksSniffBytes(std::span<const uint8_t>(sample.head));
+                benchmark::DoNotOptimize(sniff);
+            }
+        }
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes));
+}
+
+void loadStart(benchmark::State& state, const Folder* folder)
+{
+    int64_t loaded = 0;
+    for (auto _ : state) {
+        for (const Sample& sample : folder->samples) {
+            ksSetError(0);
+            ksFcb* fcb = ksLoadDrawing(sample.path.c_str(), 1, 0);
+            if (fcb != nullptr) {
+                ++loaded;
+                ksCloseDrawing(fcb);
+            }
+            benchmark::DoNotOptimize(fcb);
+        }
+    }
+    state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * folder->samples.size()));
+    state.counters["loaded"] = benchmark::Counter(static_cast<double>(loaded) / static_cast<double>(state.iterations()));
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 1;
+
+    fs::path root = corpusRoot();
+    std::error_code ec;
+    if (!fs::is_directory(root, ec)) {
+        std::printf("zemacad_bench: corpus not found at %s (set ZEMACAD_CORPUS): nothing measured\n",
+                    root.c_str());
+        return 0;
+    }
+
+    int16_t error = 0;
+    if (ksInit(ZEMACAD_BENCH_INIT_FILE, 0, &error) == 0) {
+        std::fprintf(stderr, "zemacad_bench: init from %s failed with error %d\n", ZEMACAD_BENCH_INIT_FILE,
+                     error);
+        return 1;
+    }
+    ksInstallDxfReader();
+    ksInstallDwgReader();
+
+    // Kept alive until the run ends: the benchmarks point into them.
+    std::vector<Folder> folders;
+    for (const char* name : {"dwg", "dxf", "dxf-binary"}) {
+        if (fs::is_directory(root / name, ec))
+            folders.push_back(readFolder(root, name));
+    }
+    std::vector<const Folder*> all;
+    for (const Folder& folder : folders) {
+        if (folder.samples.empty())
+            continue;
+        all.push_back(&folder);
+        benchmark::RegisterBenchmark(("Sniff/" + folder.name).c_str(), sniffAll,
+                                     std::vector<const Folder*>{&folder});
+    }
+    if (all.empty()) {
+        std::printf("zemacad_bench: no drawings under %s: nothing measured\n", root.c_str());
+        ksShutdown();
+        return 0;
+    }
+    benchmark::RegisterBenchmark("Sniff/all", sniffAll, all);
+    for (const Folder* folder : all)
+        benchmark::RegisterBenchmark(("LoadStart/" + folder->name).c_str(), loadStart, folder);
+
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    ksShutdown();
+    return 0;
+}
