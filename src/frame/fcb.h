@@ -7,6 +7,7 @@
 
 #include "driver/hooks.h"
 #include "frame/kstypes.h"
+#include "store/vm.h"
 
 struct ksHeader;
 struct ksReaderOps;
@@ -45,6 +46,8 @@ struct ksFcb {
     uint8_t handlesEnabled;   // $HANDLING as the header reader found it
     ksObjHandle handleSeed;   // $HANDSEED as the header reader found it
     ksObjHandle nextHandle;
+    ksLoc btreeRoot;          // the handle index; 0 while empty
+    uint32_t btreeCount;      // entries in the handle index
     uint8_t makeEntityHandles;
     uint8_t makeTableHandles;
     int16_t visRetain;
@@ -69,6 +72,27 @@ struct ksFcb {
     ksObjHandle paperBlockEnd;
     ksObjHandle byBlockHandle;
     ksObjHandle byLayerHandle;
+    ksObjHandle defaultPlotStyleHandle;  // the plot style new layers take
+
+    // The drawing's lists, made by ksNewFcb in this order.
+    ksLoc layers;
+    ksLoc linetypes;
+    ksLoc ucses;
+    ksLoc views;
+    ksLoc vports;
+    ksLoc vpEntList;
+    ksLoc dimStyles;
+    ksLoc regApps;
+    ksLoc blockHeaders;
+    ksLoc shapeFiles;
+    ksLoc classes;
+    ksLoc objects;
+
+    // References in extended data that wait for the tables: a blob of
+    // entries, its open write cursor and the entry count.
+    ksLoc pendingXdata;
+    struct ksBlobCursor* pendingCursor;
+    int32_t pendingCount;
 
     // Entry counts of the tables as the header reader found them.
     int32_t tableCount[ksTableHeadCount];
@@ -80,7 +104,10 @@ struct ksFcb {
     int16_t shapeCacheNumber[ksShapeCacheSize];
 };
 
-// The constructor: a zeroed drawing block, or null with error 1.
+inline constexpr int ksFcbListCount = 12;
+
+// The constructor: a zeroed drawing block with its twelve lists, or null
+// with error 1.
 ksFcb* ksNewFcb();
 // Frees the block itself (the caller has freed what it holds).
 void ksFreeFcb(ksFcb* fcb);

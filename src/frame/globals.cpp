@@ -9,6 +9,7 @@
 #include "driver/hooks.h"
 #include "fonts/shapes.h"
 #include "records/codepages.h"
+#include "store/vm.h"
 
 ksGlobals* ksG = nullptr;
 
@@ -160,6 +161,7 @@ void ksShutdown()
     freeBuffers(g);
     ksShapeSystemShutdown();
     ksMemFree(g);
+    ksVmRelease();
     ksVmInit();
     ksG = nullptr;
 }

@@ -55,6 +55,7 @@ struct ksGlobals {
     uint8_t initLoaded;
     ksInitData init;
 
+    ksObjHandle duplicateHandle;  // the handle of the last refused duplicate add
     ksObjHandle nullHandle;
     ksObjHandle firstHandle;
     uint8_t* xdataReadBuffer;
@@ -75,6 +76,20 @@ struct ksGlobals {
     char dxfExpFormat[10];
     double dxfScale;
     int16_t allowBetaFiles;
+
+    // Extended data between a file's reader and the store: the read
+    // position in xdataReadBuffer, the bytes left there (of the current run
+    // for R13 and later DWG), and the file's reference of the last 1001 or
+    // 1003 item (an index for old DWG, a name for DXF).
+    const uint8_t* xdataSource;
+    int32_t xdataSourceLeft;
+    int32_t xdataSourceEnd;  // bytes of extended data in xdataReadBuffer
+    int16_t xdataAppIndex;
+    int16_t xdataLayerIndex;
+    char xdataAppName[256];
+    char xdataLayerName[256];
+    // The writers' side: coded items being assembled in xdataWriteBuffer.
+    int32_t xdataWriteLength;
 
     // Scratch of ksInit's own (10 bytes); ksShutdown frees it.
     void* initScratch;

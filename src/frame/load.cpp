@@ -13,7 +13,9 @@
 #include "frame/loadphases.h"
 #include "frame/readerops.h"
 #include "records/header.h"
+#include "store/btree.h"
 #include "store/handles.h"
+#include "store/tablelist.h"
 
 namespace {
 
@@ -117,6 +119,16 @@ void closeInput(ksFcb* fcb)
     }
 }
 
+// Frees what a drawing holds and the drawing itself.
+void freeDrawing(ksFcb* fcb)
+{
+    ksTablesFree(fcb);
+    ksBtreeFree(fcb);
+    closeInput(fcb);
+    ksMemFree(fcb->header);
+    ksFreeFcb(fcb);
+}
+
 constexpr size_t kPhaseCount = sizeof kPhases / sizeof kPhases[0];
 
 // Frees a drawing that a load could not finish. The phases begun so far
@@ -127,9 +139,7 @@ ksFcb* abandonLoad(ksFcb* fcb, ksFcb** fcbOut, size_t phasesBegun = 0)
     for (size_t i = phasesBegun; i-- > 0;)
         if (kPhases[i].undo)
             kPhases[i].undo(fcb);
-    closeInput(fcb);
-    ksMemFree(fcb->header);
-    ksFreeFcb(fcb);
+    freeDrawing(fcb);
     if (fcbOut)
         *fcbOut = nullptr;
     return nullptr;
@@ -272,8 +282,6 @@ int16_t ksCloseDrawing(ksFcb* fcb)
             ksCloseDrawing(fcb->children[i]);
         fcb->children[i] = nullptr;
     }
-    closeInput(fcb);
-    ksMemFree(fcb->header);
-    ksFreeFcb(fcb);
+    freeDrawing(fcb);
     return 1;
 }
