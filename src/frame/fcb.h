@@ -7,6 +7,7 @@
 
 #include "driver/hooks.h"
 #include "frame/kstypes.h"
+#include "records/object.h"
 #include "store/vm.h"
 
 struct ksHeader;
@@ -87,6 +88,7 @@ struct ksFcb {
     ksLoc shapeFiles;
     ksLoc classes;
     ksLoc objects;
+    ksClassNumbers classNumbers;  // class numbers of the roles, the class count
 
     // References in extended data that wait for the tables: a blob of
     // entries, its open write cursor and the entry count.

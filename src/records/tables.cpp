@@ -2,6 +2,7 @@
 #include "records/tables.h"
 
 #include "frame/fcb.h"
+#include "records/object.h"
 
 #include <cstring>
 #include <iterator>
@@ -472,8 +473,8 @@ constexpr ksTableFieldSet ksTableFieldTable[ksTableNumberCount] = {
     rowSet<ksUcs>(ucsRows),
     rowSet<ksBlockHeader>(blockRows),
     rowSet<ksBlockRecordEntry>(blockRecordRows),
-    {nullptr, 0, 0},  // MLINESTYLE head
-    {nullptr, 0, 0},  // class record
+    ksMlineStyleFields,
+    ksClassFields,
 };
 
 namespace {

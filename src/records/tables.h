@@ -452,7 +452,7 @@ struct ksTableFieldSet {
     uint16_t recordSize;  // sizeof the record the offsets refer to
 };
 
-// By table number. MLINESTYLE and CLASS have no rows yet.
+// By table number.
 extern const ksTableFieldSet ksTableFieldTable[ksTableNumberCount];
 
 // The row of a group in a table for a file of the given ksVersion, or null
