@@ -199,6 +199,10 @@ int16_t ksTableDelete(ksFcb* fcb, ksTableList table, const ksObjHandle& handle)
         ksG->errorNumber = t.errXdata;
         return 0;
     }
+    // The rewind above left the cursor on the first record; never leave it
+    // on a freed node.
+    if (ksListCurrent(list) == node)
+        ksListSetCurrent(list, ksListNodeNext(node));
     if (ksListRemove(list, node) != node) {
         ksG->errorNumber = t.errDelete;
         return 0;
