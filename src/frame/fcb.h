@@ -90,6 +90,17 @@ struct ksFcb {
     ksLoc objects;
     ksClassNumbers classNumbers;  // class numbers of the roles, the class count
 
+    // The entity lists of the two spaces (the entities of the model and
+    // paper space blocks).
+    ksLoc modelEntities;
+    ksLoc paperEntities;
+    // While a drawing of a release without block reference lists loads:
+    // pairs (INSERT handle, block handle) for each INSERT of an external
+    // reference, and (block, dictionary, ID buffer) per such block; 0 when
+    // not gathered.
+    ksLoc pendingRefs1;
+    ksLoc pendingRefs2;
+
     // References in extended data that wait for the tables: a blob of
     // entries, its open write cursor and the entry count.
     ksLoc pendingXdata;

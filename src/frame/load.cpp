@@ -13,7 +13,10 @@
 #include "frame/loadphases.h"
 #include "frame/readerops.h"
 #include "records/header.h"
+#include "records/object.h"
 #include "store/btree.h"
+#include "store/entitylist.h"
+#include "store/list.h"
 #include "store/handles.h"
 #include "store/tablelist.h"
 
@@ -122,7 +125,13 @@ void closeInput(ksFcb* fcb)
 // Frees what a drawing holds and the drawing itself.
 void freeDrawing(ksFcb* fcb)
 {
+    ksEntityListFree(fcb, fcb->modelEntities);
+    ksEntityListFree(fcb, fcb->paperEntities);
     ksTablesFree(fcb);
+    ksObjectsFree(fcb);
+    ksClassesFree(fcb);
+    ksListFree(fcb->pendingRefs1);
+    ksListFree(fcb->pendingRefs2);
     ksBtreeFree(fcb);
     closeInput(fcb);
     ksMemFree(fcb->header);

@@ -5,6 +5,7 @@
 #include "frame/globals.h"
 #include "store/blob.h"
 #include "store/btree.h"
+#include "store/entitylist.h"
 #include "store/handles.h"
 #include "store/list.h"
 #include "store/record.h"
@@ -221,8 +222,12 @@ void ksTableClear(ksFcb* fcb, ksTableList table)
     ksLoc list = listOf(fcb, table);
     for (ksLoc node = ksListFirst(list); node != 0; node = ksListNodeNext(node)) {
         freeBlobs(bytesOf(node), t);
-        if (table == ksListBlockHeaders)
-            ksListFree(static_cast<const ksBlockHeader*>(ksRecordOf(node))->entities);
+        if (table == ksListBlockHeaders) {
+            ksLoc entities = static_cast<const ksBlockHeader*>(ksRecordOf(node))->entities;
+            // The two spaces' lists are the drawing's own; it frees them.
+            if (entities != fcb->modelEntities && entities != fcb->paperEntities)
+                ksEntityListFree(fcb, entities);
+        }
     }
     ksListClear(list);
 }
