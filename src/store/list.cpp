@@ -72,6 +72,9 @@ ksLoc unlink(ksLoc list, ksLoc a, ksLoc b)
     ksListNode* nb = member(list, b);
     if (na == nullptr || nb == nullptr)
         return 0;
+    // A node that was removed before keeps its owner: only linked ends count.
+    if ((na->prev == 0) != (l->first == a) || (nb->next == 0) != (l->last == b))
+        return 0;
     uint32_t removed = 1;
     for (ksLoc at = a; at != b; ++removed) {
         at = hdr(at)->next;
