@@ -7,6 +7,7 @@
 #include "frame/fcb.h"
 #include "frame/globals.h"
 #include "records/classent.h"
+#include "records/object.h"
 #include "records/tables.h"
 #include "store/blob.h"
 #include "store/btree.h"
@@ -287,8 +288,51 @@ const ksBlockHeader* blockOf(ksFcb* fcb, const ksObjHandle& block)
     return static_cast<const ksBlockHeader*>(ksRecordOf(node));
 }
 
-// While a drawing loads, each INSERT of an external reference is noted, so
-// that the block's reference list can be built at the end of the load.
+// Appends an INSERT to its block's reference list: the ID buffer that the
+// block's extension dictionary names "ACAD_BLKREFS". A block without one
+// has no list to keep. The objects' cursor is left where it stood.
+bool appendBlockRef(ksFcb* fcb, const ksBlockHeader& block, const ksObjHandle& insert)
+{
+    if (ksHandleIsNull(block.xdictHandle))
+        return true;
+    ksLoc cursor = ksListCurrent(fcb->objects);
+    ksObjectHeader head;
+    ksObjectBody body;
+    ksObjHandle idBuffer{};
+    bool ok = true;
+    if (ksObjectSeek(fcb, block.xdictHandle, &head, &body) &&
+        ksObjectFormOf(fcb, head.kind) == ksFormDictionary && body.dictionary.entries != 0) {
+        ksBlobCursor* entries = ksBlobOpenRead(body.dictionary.entries);
+        ksDictionaryEntry entry;
+        while (entries && ksDictionaryEntryRead(entries, &entry)) {
+            if (ksStrCompare(entry.name, "ACAD_BLKREFS") == 0) {
+                idBuffer = entry.handle;
+                break;
+            }
+        }
+        ksBlobCloseRead(entries);
+    }
+    if (!ksHandleIsNull(idBuffer) && ksObjectSeek(fcb, idBuffer, &head, &body) &&
+        ksObjectFormOf(fcb, head.kind) == ksFormIdBuffer) {
+        ksIdBuffer& list = body.idBuffer;
+        bool fresh = list.handles == 0;
+        if (fresh && (list.handles = ksBlobNew()) == 0)
+            ok = false;
+        ksBlobCursor* out = !ok ? nullptr : fresh ? ksBlobOpenWrite(list.handles) : ksBlobOpenAppend(list.handles);
+        ok = out && ksBlobWriteHandle(out, insert);
+        ok = ksBlobCloseWrite(out) && ok;
+        if (ok) {
+            ++list.handleCount;
+            ok = ksObjectReplace(fcb, &head, &body);
+        }
+    }
+    ksListSetCurrent(fcb->objects, cursor);
+    return ok;
+}
+
+// Each INSERT of an external reference joins its block's reference list.
+// While a drawing loads the pair is only noted, and the lists are built at
+// the end of the load.
 bool noteInsert(ksFcb* fcb, const ksEntityHeader& header, const void* body)
 {
     const auto* insert = static_cast<const ksInsertBody*>(body);
@@ -301,6 +345,8 @@ bool noteInsert(ksFcb* fcb, const ksEntityHeader& header, const void* body)
         ksObjHandle pair[2] = {header.handle, insert->blockHandle};
         if (ksRecordCopy(pair, sizeof pair, fcb->pendingRefs2, ksAtTail, 0) == 0)
             return false;
+    } else if ((block->flags & 4) && !fcb->loading && !ksG->skipBlockRefs) {
+        return appendBlockRef(fcb, *block, header.handle);
     }
     return true;
 }
