@@ -77,7 +77,8 @@ void fillScratch(const uint8_t* data, size_t size)
 
 void bringUp()
 {
-    openScratch();
+    if (scratch.fd < 0)
+        openScratch();
     int16_t error = 0;
     if (ksInit(ZEMACAD_FUZZ_INIT_FILE, 0, &error) == 0) {
         std::fprintf(stderr, "zemacadFuzzLoad: init from %s failed with error %d\n",
@@ -92,10 +93,15 @@ void bringUp()
 
 }  // namespace
 
-int zemacadFuzzLoad(const uint8_t* data, size_t size)
+void zemacadFuzzStart()
 {
     if (!toolkitUp)
         bringUp();
+}
+
+int zemacadFuzzLoad(const uint8_t* data, size_t size)
+{
+    zemacadFuzzStart();
 
     // Detection on the bytes themselves, as a host does before choosing a
     // path; it looks at no more than its own limit.

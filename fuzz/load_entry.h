@@ -11,6 +11,9 @@
 // the checks are the sanitizers' and the process's own survival.
 int zemacadFuzzLoad(const uint8_t* data, size_t size);
 
+// Brings the toolkit up as the first load does; nothing when it is up.
+void zemacadFuzzStart();
+
 // Takes the toolkit down and drops the scratch file; safe to call twice.
 // Registered with atexit by the first zemacadFuzzLoad call.
 void zemacadFuzzShutdown();

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "load_entry.h"
+#include "more_entries.h"
 
 #ifndef ZEMACAD_REGRESS_DIR
 #error "ZEMACAD_REGRESS_DIR must name fuzz/regress"
@@ -62,6 +63,23 @@ fs::path corpusRoot()
     return fs::path(ZEMACAD_SOURCE_DIR) / ".." / "shared" / "corpus";
 }
 
+// Inputs under fuzz/regress/<name>/ belong to the entry of that name;
+// all others are drawing files for the loader.
+using Entry = int (*)(const uint8_t*, size_t);
+Entry entryFor(const fs::path& file)
+{
+    static const struct {
+        const char* folder;
+        Entry entry;
+    } kEntries[] = {{"xdata", zemacadFuzzXdata}, {"initdata", zemacadFuzzInitData}};
+    fs::path relative = fs::absolute(file).lexically_normal().lexically_relative(ZEMACAD_REGRESS_DIR);
+    if (!relative.empty() && *relative.begin() != "..")
+        for (const auto& e : kEntries)
+            if (*relative.begin() == e.folder)
+                return e.entry;
+    return zemacadFuzzLoad;
+}
+
 bool replay(const fs::path& file)
 {
     std::ifstream in(file, std::ios::binary);
@@ -73,7 +91,7 @@ bool replay(const fs::path& file)
     // The name goes out before the load, so a crash report ends with it.
     std::printf("replay %s (%zu bytes)\n", file.c_str(), bytes.size());
     std::fflush(stdout);
-    zemacadFuzzLoad(bytes.data(), bytes.size());
+    entryFor(file)(bytes.data(), bytes.size());
     return true;
 }
 
