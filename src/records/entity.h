@@ -326,7 +326,7 @@ struct ksDimensionBody {
 };
 
 // A viewport entity: the R2000 fields, which older files hold as extended
-// data. `name` stands last: the store doesn't keep it.
+// data. `name` stands last and is kept like a closing text.
 struct ksViewportBody {
     ksLoc frozenLayers;        // 341, frozenLayerCount handles
     int32_t frozenLayerCount;
@@ -502,12 +502,10 @@ static_assert(sizeof(ksPolylineBody) == 40 && sizeof(ksVertexBody) == 88);
 static_assert(offsetof(ksVertexBody, point.z) == ksVertexCutXY);
 static_assert(offsetof(ksVertexBody, startWidth) == ksVertexCutPoint);
 static_assert(sizeof(ksLeaderBody) == 128 && sizeof(ksMlineBody) == 56);
-// Kept sizes larger than the fields they keep: the store keeps 40 bytes of
-// a 4-byte solid-model body, 272 bytes before a DIMENSION's text at 248,
-// 116 before an MTEXT's at 92, 64 before a TOLERANCE's at 56, and 880 of a
-// VIEWPORT whose last field (the name, not kept) begins at 864. Nothing is
-// lost: the surplus is the start of the closing field, or for the solid
-// models 36 bytes past the record, which a ksEntityBody still holds.
+// The solid models, DIMENSION, MTEXT, TOLERANCE and VIEWPORT are kept to
+// the end of their fields (a solid model's 4 bytes; the fixed fields and
+// the closing text of the others, the VIEWPORT's name included), which is
+// never more than these bounds.
 static_assert(sizeof(ksModelerBody) <= 40);
 static_assert(offsetof(ksDimensionBody, text) <= 272);
 static_assert(offsetof(ksMtextBody, text) <= 116);

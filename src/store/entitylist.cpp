@@ -583,10 +583,10 @@ int16_t ksEntityAddAfter(ksFcb* fcb, ksLoc list, const ksEntityHeader* header, c
 int16_t ksEntityFreeBlobs(const ksFcb* fcb, const ksEntityHeader& header, const void* body)
 {
     bool ok = true;
-    if (header.eed && !ksBlobFree(header.eed))
+    if ((header.eed && !ksBlobFree(header.eed)) || (header.reactors && !ksBlobFree(header.reactors))) {
+        ksSetError(97);
         ok = false;
-    if (header.reactors && !ksBlobFree(header.reactors))
-        ok = false;
+    }
     if (header.type >= ksEntProxy)
         return ksClassEntityFreeBlobs(fcb, header.type, const_cast<void*>(body)) && ok;
     for (const BlobField& f : kBlobFields) {
