@@ -115,6 +115,32 @@ struct ksFcb {
     char shapeCacheName[ksShapeCacheSize][32];
     ksObjHandle shapeCacheStyle[ksShapeCacheSize];
     int16_t shapeCacheNumber[ksShapeCacheSize];
+
+    // Saving (ksSaveDrawing, frame/save.h). On the target of a save, which
+    // lives for one save: the open output, a block of writeBlockSize bytes,
+    // the release being written, the linetype indices that stand for BYBLOCK
+    // and BYLAYER in pre-R13 records, the record sizes of a pre-R13 release
+    // (two entity sections, four tables, four more; 0 from R13 on), and the
+    // owner that the pre-R13 writer's next SEQEND points to (flag, position).
+    ksStream* outputFile;
+    uint8_t* writeBlock;
+    int16_t outputVersion;
+    int32_t byBlockIndex;
+    int32_t byLayerIndex;
+    int16_t oldRecordSizes[10];
+    uint8_t ownerPending;
+    int32_t ownerPosition;
+    // On the source of a save below R2000: the blob of xref name entries
+    // (ksXrefNameEntrySize bytes each) and their count.
+    ksLoc xrefNames;
+    int32_t xrefNameCount;
+
+    // Entity step of a load (bridge/upgrade.h): its working state, with
+    // the one-entry reference caches, the bounded name index beside them,
+    // the inheritance of complex entities in DXF and a POLYLINE being
+    // gathered. Null until the first entity comes; allocated with
+    // ksMemAlloc and freed by ksLoadEntityCacheFree.
+    struct ksLoadState* loadState;
 };
 
 inline constexpr int ksFcbListCount = 12;

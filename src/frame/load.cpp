@@ -8,15 +8,18 @@
 #include <string_view>
 
 #include "driver/hooks.h"
+#include "bridge/upgrade.h"
 #include "frame/fcb.h"
 #include "frame/globals.h"
 #include "frame/loadphases.h"
 #include "frame/readerops.h"
+#include "frame/save.h"
 #include "records/header.h"
 #include "records/object.h"
 #include "store/btree.h"
 #include "store/entitylist.h"
 #include "store/list.h"
+#include "store/xdata.h"
 #include "store/handles.h"
 #include "store/tablelist.h"
 
@@ -57,16 +60,16 @@ struct Phase {
 };
 
 constexpr Phase kPhases[] = {
-    {45, 4, ksLoadLinetypes, nullptr},
-    {46, 8, ksLoadLayers, nullptr},
-    {47, 12, ksLoadClasses, nullptr},
-    {48, 16, ksLoadVports, nullptr},
-    {49, 20, ksLoadUcses, nullptr},
-    {50, 24, ksLoadRegApps, nullptr},
-    {51, 28, ksLoadViews, nullptr},
-    {52, 32, ksLoadShapeFiles, nullptr},
+    {45, 4, ksLoadLinetypes, ksUnloadLinetypes},
+    {46, 8, ksLoadLayers, ksUnloadLayers},
+    {47, 12, ksLoadClasses, ksUnloadClasses},
+    {48, 16, ksLoadVports, ksUnloadVports},
+    {49, 20, ksLoadUcses, ksUnloadUcses},
+    {50, 24, ksLoadRegApps, ksUnloadRegApps},
+    {51, 28, ksLoadViews, ksUnloadViews},
+    {52, 32, ksLoadShapeFiles, ksUnloadShapeFiles},
     {54, 36, ksLoadBlockHeaders, nullptr},
-    {53, 40, ksLoadDimStyles, nullptr},
+    {53, 40, ksLoadDimStyles, ksUnloadDimStyles},
     {55, 46, ksLoadMainEntities, nullptr},
     {130, 71, ksLoadBlockEntities, nullptr},
     {56, -1, ksLoadObjects, nullptr},
@@ -132,6 +135,9 @@ void freeDrawing(ksFcb* fcb)
     ksClassesFree(fcb);
     ksListFree(fcb->pendingRefs1);
     ksListFree(fcb->pendingRefs2);
+    ksFreeXrefNames(fcb);
+    ksXdataFreePending(fcb);
+    ksLoadEntityCacheFree(fcb);
     ksBtreeFree(fcb);
     closeInput(fcb);
     ksMemFree(fcb->header);

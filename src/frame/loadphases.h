@@ -2,13 +2,17 @@
 // fixed order. Each takes the drawing and returns 1, or 0 with the error
 // number standing. Each undo frees what its phase made.
 //
-// The drawing store keeps the records that the readers deliver. Until a
-// table's store exists, its phase accepts an empty table and refuses one
-// with entries (the load fails with the phase's number), so that no record
-// is ever dropped without a word.
+// The table phases all run one pattern: start the table, read as many
+// records as the header counted, give records of drawings below R13 new
+// handles, take their extended data into the store, add them at the tail,
+// and behind the loop add the table's default record when the file lacked
+// it. What differs from table to table is in loadphases.cpp, beside each
+// phase.
 #pragma once
 
 #include <cstdint>
+
+#include "frame/kstypes.h"
 
 struct ksFcb;
 
@@ -27,3 +31,47 @@ int16_t ksLoadBlockEntities(ksFcb* fcb);
 int16_t ksLoadObjects(ksFcb* fcb);
 int16_t ksLoadVpEntHeaders(ksFcb* fcb);
 int16_t ksResolveHeader(ksFcb* fcb);
+
+// Undo of the table phases: each empties its table (records and their
+// blobs). The handle index is not touched; the tear-down frees it last.
+// ksUnloadLinetypes also drops the pending extended-data references, as the
+// linetypes are the first phase that can note any.
+void ksUnloadLinetypes(ksFcb* fcb);
+void ksUnloadLayers(ksFcb* fcb);
+void ksUnloadClasses(ksFcb* fcb);
+void ksUnloadVports(ksFcb* fcb);
+void ksUnloadUcses(ksFcb* fcb);
+void ksUnloadRegApps(ksFcb* fcb);
+void ksUnloadViews(ksFcb* fcb);
+void ksUnloadShapeFiles(ksFcb* fcb);
+void ksUnloadDimStyles(ksFcb* fcb);
+
+// A layer's linetype as the file names it, which ksLayer has no field for.
+// The reader of an old DWG notes the linetype's place in the table (from
+// 0), the DXF reader the text of group 6, while it reads the layer; the
+// layer phase clears both before each read and turns them into
+// linetypeHandle.
+void ksNoteLayerLinetypeIndex(int16_t index);
+void ksNoteLayerLinetypeName(const char* name);
+
+// The default records that every drawing holds, shared by the load and by
+// ksNewDrawing. Each makes the record with the given handle and adds it;
+// 1, or 0 with the error number of the add.
+//
+// "ByBlock" then "ByLayer", with byBlockHandle and byLayerHandle, at the
+// tail of the linetypes.
+int16_t ksAddSpecialLinetypes(ksFcb* fcb);
+// "Continuous", "Solid line", at the head of the linetypes.
+int16_t ksAddContinuousLinetype(ksFcb* fcb, const ksObjHandle& handle);
+// Layer "0" with the first linetype, at the head of the layers.
+int16_t ksAddLayerZero(ksFcb* fcb, const ksObjHandle& handle);
+// Viewport "*ACTIVE" looking along $VIEWDIR at $VIEWCTR, $VIEWSIZE high,
+// at the head of the viewports.
+int16_t ksAddActiveVport(ksFcb* fcb, const ksObjHandle& handle);
+// Application "ACAD" at the head of the registered applications.
+int16_t ksAddAcadRegApp(ksFcb* fcb, const ksObjHandle& handle);
+// Text style "Standard" with font file "txt", at the head of the styles.
+int16_t ksAddStandardStyle(ksFcb* fcb, const ksObjHandle& handle);
+// Dimension style "Standard" of the default values, its text style the
+// first of the drawing; at the tail of the dimension styles.
+int16_t ksAddStandardDimStyle(ksFcb* fcb, const ksObjHandle& handle);

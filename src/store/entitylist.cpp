@@ -336,6 +336,10 @@ bool appendBlockRef(ksFcb* fcb, const ksBlockHeader& block, const ksObjHandle& i
 bool noteInsert(ksFcb* fcb, const ksEntityHeader& header, const void* body)
 {
     const auto* insert = static_cast<const ksInsertBody*>(body);
+    // An INSERT whose block a file never defined keeps a null block rather
+    // than being lost; it joins no reference list.
+    if (ksHandleIsNull(insert->blockHandle))
+        return true;
     const ksBlockHeader* block = blockOf(fcb, insert->blockHandle);
     if (block == nullptr) {
         ksSetError(232);

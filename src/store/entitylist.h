@@ -54,7 +54,8 @@ struct ksVpEntRef {
 uint32_t ksEntityPackedFixedSize(const ksFcb* fcb, const ksEntityHeader& header, const void* body);
 
 // Packs and inserts at a position code of record.h; the node, or 0 with
-// 223 (no memory) or 232 (an INSERT of a block that isn't indexed).
+// 223 (no memory) or 232 (an INSERT naming a block that isn't indexed; a
+// null block handle is taken as it stands).
 ksLoc ksEntityPack(ksFcb* fcb, ksLoc list, const ksEntityHeader* header, const void* body, int16_t position,
                    ksLoc place);
 // Fills the header and the body (a buffer of ksEntityBodyMax bytes; only
