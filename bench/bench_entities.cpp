@@ -178,20 +178,3 @@ BENCHMARK(InsertsWithAttributes)->Unit(benchmark::kMillisecond);
 BENCHMARK(EntityReplace)->Unit(benchmark::kMillisecond);
 
 }  // namespace
-
-int main(int argc, char** argv)
-{
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    int16_t error = 0;
-    if (ksInit(ZEMACAD_BENCH_INIT_FILE, 0, &error) == 0) {
-        std::fprintf(stderr, "zemacad_bench_entities: init from %s failed with error %d\n",
-                     ZEMACAD_BENCH_INIT_FILE, error);
-        return 1;
-    }
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    ksShutdown();
-    return 0;
-}

@@ -13,22 +13,6 @@
 
 namespace {
 
-// The objects' own reactor list: the one owner.
-bool setOwner(ksObjectHeader* head, const ksObjHandle& owner)
-{
-    head->owner = owner;
-    head->reactors = ksBlobNew();
-    ksBlobCursor* out = ksBlobOpenWrite(head->reactors);
-    bool ok = out && ksBlobWriteHandle(out, owner);
-    ok = ksBlobCloseWrite(out) && ok;
-    if (!ok) {
-        ksBlobFree(head->reactors);
-        head->reactors = 0;
-        return false;
-    }
-    head->reactorCount = 1;
-    return true;
-}
 
 ksDictionaryEntry entry(const char* name, const ksObjHandle& handle)
 {
@@ -62,7 +46,7 @@ bool start(ksFcb* fcb, int16_t kind, const ksObjHandle& handle, const ksObjHandl
     head->kind = kind;
     ksObjectDefaults(fcb, head, body);
     head->handle = handle;
-    return owner == nullptr || setOwner(head, *owner);
+    return owner == nullptr || ksObjectSetOwner(head, *owner);
 }
 
 // Adds an object; on a refusal its blobs go again.

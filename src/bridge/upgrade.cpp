@@ -941,22 +941,6 @@ void ksLoadEntityCacheFree(ksFcb* fcb)
 
 namespace {
 
-// A blob of one handle: the reactor list of an object with one owner.
-bool setOwner(ksObjectHeader* head, const ksObjHandle& owner)
-{
-    head->owner = owner;
-    head->reactors = ksBlobNew();
-    ksBlobCursor* out = ksBlobOpenWrite(head->reactors);
-    bool ok = out && ksBlobWriteHandle(out, owner);
-    ok = ksBlobCloseWrite(out) && ok;
-    if (!ok) {
-        ksBlobFree(head->reactors);
-        head->reactors = 0;
-        return false;
-    }
-    head->reactorCount = 1;
-    return true;
-}
 
 ksLoc entriesBlob(const ksDictionaryEntry* entries, int count)
 {
@@ -1002,7 +986,7 @@ bool addDictionary(ksFcb* fcb, const ksObjHandle& handle, const ksObjHandle* own
     head.kind = ksKindDictionary;
     ksObjectDefaults(fcb, &head, &body);
     head.handle = handle;
-    if (owner && !setOwner(&head, *owner))
+    if (owner && !ksObjectSetOwner(&head, *owner))
         return false;
     body.dictionary.cloning = cloning;
     body.dictionary.entryCount = count;
@@ -1042,7 +1026,7 @@ int16_t ksAddDefaultObjects(ksFcb* fcb, const ksObjHandle* handles)
     ksObjectDefaults(fcb, &head, &body);
     head.handle = standard;
     std::snprintf(body.mlineStyle.name, sizeof body.mlineStyle.name, "Standard");
-    if (!setOwner(&head, mlineStyles))
+    if (!ksObjectSetOwner(&head, mlineStyles))
         return 0;
     body.mlineStyle.elementCount = 2;
     body.mlineStyle.elements = ksBlobNew();

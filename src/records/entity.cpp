@@ -6,6 +6,7 @@
 #include "store/tablelist.h"
 
 #include <array>
+#include <algorithm>
 #include <cstring>
 
 namespace {
@@ -689,18 +690,12 @@ const ksEntityField* ksEntityFieldFindIn(const ksEntityFieldSet& set, int group,
                                          uint16_t condition) {
     if (version < 0) version = 0;
     if (version >= ksVersionCount) version = ksVersionCount - 1;
-    size_t lo = 0;
-    size_t hi = set.count;
-    while (lo < hi) {
-        const size_t mid = lo + (hi - lo) / 2;
-        if (set.rows[mid].group < group) {
-            lo = mid + 1;
-        } else {
-            hi = mid;
-        }
-    }
-    for (; lo < set.count && set.rows[lo].group == group; ++lo) {
-        const ksEntityField& row = set.rows[lo];
+    // Rows stand sorted by group: the first of the group, then its versions.
+    const ksEntityField* end = set.rows + set.count;
+    for (const ksEntityField* it = std::lower_bound(set.rows, end, group,
+                                             [](const ksEntityField& row, int g) { return row.group < g; });
+         it != end && it->group == group; ++it) {
+        const ksEntityField& row = *it;
         if ((row.flags & ksEfConditions) == condition && readsIn(row, version)) return &row;
     }
     return nullptr;

@@ -1049,3 +1049,19 @@ const ksTableField* ksObjectFieldFind(ksObjectForm form, int group)
         std::lower_bound(set.rows, end, group, [](const ksTableField& r, int g) { return r.group < g; });
     return row != end && row->group == group ? row : nullptr;
 }
+
+int16_t ksObjectSetOwner(ksObjectHeader* header, const ksObjHandle& owner)
+{
+    header->owner = owner;
+    header->reactors = ksBlobNew();
+    ksBlobCursor* out = ksBlobOpenWrite(header->reactors);
+    bool ok = out && ksBlobWriteHandle(out, owner);
+    ok = ksBlobCloseWrite(out) && ok;
+    if (!ok) {
+        ksBlobFree(header->reactors);
+        header->reactors = 0;
+        return 0;
+    }
+    header->reactorCount = 1;
+    return 1;
+}

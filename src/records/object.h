@@ -569,6 +569,10 @@ int16_t ksObjectDelete(ksFcb* fcb, const ksObjHandle& handle);
 // Frees the blobs an object owns (eed, reactors, the body's) and nulls
 // their fields. 0 when one of them would not go.
 int16_t ksObjectFreeBlobs(const ksFcb* fcb, ksObjectHeader* header, void* body);
+// Makes `owner` the object's owner and its one reactor (a new reactor
+// blob). 0, with the header's reactors left null, when the blob can't be
+// made.
+int16_t ksObjectSetOwner(ksObjectHeader* header, const ksObjHandle& owner);
 // Frees every object and its blobs; the list stays, empty.
 void ksObjectsFree(ksFcb* fcb);
 

@@ -4,6 +4,7 @@
 #include "frame/fcb.h"
 #include "records/object.h"
 
+#include <algorithm>
 #include <cstring>
 #include <iterator>
 
@@ -563,18 +564,12 @@ const ksTableField* ksTableFieldFind(int table, int group, int version) {
     const ksTableFieldSet& set = ksTableFieldTable[table];
     if (version < 0) version = 0;
     if (version >= ksVersionCount) version = ksVersionCount - 1;
-    size_t lo = 0;
-    size_t hi = set.count;
-    while (lo < hi) {
-        const size_t mid = lo + (hi - lo) / 2;
-        if (set.rows[mid].group < group) {
-            lo = mid + 1;
-        } else {
-            hi = mid;
-        }
-    }
-    for (; lo < set.count && set.rows[lo].group == group; ++lo) {
-        const ksTableField& row = set.rows[lo];
+    // Rows stand sorted by group: the first of the group, then its versions.
+    const ksTableField* end = set.rows + set.count;
+    for (const ksTableField* it = std::lower_bound(set.rows, end, group,
+                                             [](const ksTableField& row, int g) { return row.group < g; });
+         it != end && it->group == group; ++it) {
+        const ksTableField& row = *it;
         if (version >= row.minVersion && version <= row.maxVersion) return &row;
     }
     return nullptr;
