@@ -3,6 +3,7 @@
 // settings kept in extended data.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <functional>
 #include <string>
@@ -24,6 +25,7 @@
 #include "store/list.h"
 #include "store/tablelist.h"
 #include "store/xdata.h"
+#include "support/fixtures.h"
 #include "support/support.h"
 
 namespace {
@@ -43,19 +45,14 @@ struct Stored {
 using Fill = std::function<void(ksEntityHeader&, ksEntityBody&)>;
 using Entries = std::vector<std::pair<std::string, uint64_t>>;
 
-class UpgradeTest : public ::testing::Test {
+class UpgradeTest : public zt::DrawingTest {
 protected:
-    ksFcb* fcb = nullptr;
     uint64_t next = 0x500;
 
+    UpgradeTest() { withHeader = true; }
     void SetUp() override
     {
-        int16_t error = 0;
-        ASSERT_EQ(ksInit(ZEMACAD_INIT_FILE, 0, &error), 1) << error;
-        fcb = ksNewFcb();
-        ASSERT_NE(fcb, nullptr);
-        fcb->header = static_cast<ksHeader*>(ksMemAlloc(sizeof(ksHeader)));
-        ksHeaderSetDefaults(fcb->header);
+        ASSERT_NO_FATAL_FAILURE(DrawingTest::SetUp());
         fcb->nextHandle = H(0x1000);
         fcb->modelEntities = ksListNew();
         fcb->paperEntities = ksListNew();
@@ -75,18 +72,8 @@ protected:
     }
     void TearDown() override
     {
-        ksLoadEntityCacheFree(fcb);
-        ksEntityListFree(fcb, fcb->modelEntities);
-        ksEntityListFree(fcb, fcb->paperEntities);
-        ksTablesFree(fcb);
-        ksObjectsFree(fcb);
-        ksClassesFree(fcb);
-        ksXdataFreePending(fcb);
-        ksBtreeFree(fcb);
-        ksMemFree(fcb->header);
-        ksFreeFcb(fcb);
         ksSetErrorHandler(nullptr);
-        ksShutdown();
+        DrawingTest::TearDown();
     }
 
     template <typename Record>
@@ -103,11 +90,7 @@ protected:
         return r.entryHandle;
     }
 
-    void setFile(bool dxf, int16_t version)
-    {
-        fcb->isDxf = dxf;
-        fcb->fileVersion = version;
-    }
+    void setFile(bool dxf, int16_t version) { fcb->isDxf = dxf, fcb->fileVersion = version; }
 
     // One entity through the step, as a reader delivers it; `fill` sets
     // what differs from the defaults.
@@ -487,9 +470,8 @@ TEST_F(UpgradeTest, PolylineConversionTable)
 TEST_F(UpgradeTest, PolylineWithoutItsSeqend)
 {
     setFile(false, ksAC1009);
-    load(ksEntPolyline, refs());
-    load(ksEntVertex, refs());
-    load(ksEntLine, refs());
+    for (int16_t type : {ksEntPolyline, ksEntVertex, ksEntLine})
+        load(type, refs());
     EXPECT_EQ(types(), (std::vector<int16_t>{ksEntPolyline, ksEntVertex, ksEntLine})) << "cut off, kept as it came";
 
     load(ksEntPolyline, refs());
@@ -554,9 +536,8 @@ uint64_t reactor(const ksObjectHeader& head)
 
 TEST_F(UpgradeTest, DefaultObjectsWithDrawnAndFixedHandles)
 {
-    ksObjHandle table[35] = {};
-    for (int i = 0; i < 35; ++i)
-        table[i] = H(0x2000 + i);
+    ksObjHandle table[35];
+    std::generate(table, table + 35, [i = 0x2000]() mutable { return H(i++); });
     for (bool fixed : {false, true}) {
         SCOPED_TRACE(fixed ? "fixed handles" : "drawn handles");
         clearObjects(fcb);
@@ -566,29 +547,25 @@ TEST_F(UpgradeTest, DefaultObjectsWithDrawnAndFixedHandles)
         auto all = objects(fcb);
         ASSERT_EQ(all.size(), 4u);
         const Object &named = all[0], &groups = all[1], &mlines = all[2], &style = all[3];
-        EXPECT_EQ(named.head.kind, ksKindDictionary);
-        EXPECT_EQ(u64(named.head.handle), base);
-        EXPECT_EQ(named.body.dictionary.cloning, 1);
-        EXPECT_EQ(reactor(named.head), 0u);
+        EXPECT_EQ(std::tuple(named.head.kind, u64(named.head.handle), named.body.dictionary.cloning, reactor(named.head)),
+                  std::tuple(ksKindDictionary, base, 1, 0u));
         EXPECT_EQ(entries(named.body.dictionary.entries),
                   (Entries{{"ACAD_GROUP", base + 1}, {"ACAD_MLINESTYLE", base + 2}}));
-        EXPECT_EQ(u64(groups.head.handle), base + 1);
-        EXPECT_EQ(groups.body.dictionary.entryCount, 0);
-        EXPECT_EQ(reactor(groups.head), base);
+        EXPECT_EQ(std::tuple(u64(groups.head.handle), groups.body.dictionary.entryCount, reactor(groups.head)),
+                  std::tuple(base + 1, 0, base));
         EXPECT_EQ(entries(mlines.body.dictionary.entries), (Entries{{"Standard", base + 3}}));
         EXPECT_EQ(reactor(mlines.head), base);
-        EXPECT_EQ(style.head.kind, ksKindMlineStyle);
-        EXPECT_STREQ(style.body.mlineStyle.name, "Standard");
-        EXPECT_EQ(reactor(style.head), base + 2);
+        EXPECT_EQ(std::tuple(style.head.kind, std::string(style.body.mlineStyle.name), reactor(style.head)),
+                  std::tuple(ksKindMlineStyle, std::string("Standard"), base + 2));
         EXPECT_EQ(u64(fcb->header->CMLSTYLE), base + 3);
         ksMlineElement e[2];
         ksBlobCursor* in = ksBlobOpenRead(style.body.mlineStyle.elements);
         ASSERT_TRUE(ksMlineElementRead(in, &e[0]) && ksMlineElementRead(in, &e[1]));
         ksBlobCloseRead(in);
-        EXPECT_EQ(e[0].offset, 0.5);
-        EXPECT_EQ(e[1].offset, -0.5);
-        for (const ksMlineElement& element : e)
-            EXPECT_TRUE(element.color == 256 && element.linetypeIndex == 32767);
+        for (double offset : {0.5, -0.5}) {
+            const ksMlineElement& element = e[offset < 0];
+            EXPECT_EQ(std::tuple(element.offset, element.color, element.linetypeIndex), std::tuple(offset, 256, 32767));
+        }
     }
 }
 
@@ -596,9 +573,8 @@ TEST_F(UpgradeTest, LayoutObjectsAndTheNamedObjectDictionary)
 {
     fcb->modelBlockHandle = add<ksBlockHeader>(ksListBlockHeaders, "*Model_Space", 0x70, fcb->modelEntities);
     fcb->paperBlockHandle = add<ksBlockHeader>(ksListBlockHeaders, "*Paper_Space", 0x71, fcb->paperEntities);
-    ksObjHandle table[35] = {};
-    for (int i = 0; i < 35; ++i)
-        table[i] = H(0x3000 + i);
+    ksObjHandle table[35];
+    std::generate(table, table + 35, [i = 0x3000]() mutable { return H(i++); });
     auto slot = [](int i) -> uint64_t { return 0x3000 + i; };
     const Entries added = {{"ACAD_PLOTSETTINGS", slot(33)}, {"ACAD_PLOTSTYLENAME", slot(30)},
                            {"ACAD_WIPEOUT_VARS", slot(34)}};
@@ -621,12 +597,11 @@ TEST_F(UpgradeTest, LayoutObjectsAndTheNamedObjectDictionary)
         ksObjectDefaults(fcb, &head, &body);
         head.handle = H(0x10);
         body.dictionary.entryCount = static_cast<int32_t>(c.before.size());
-        body.dictionary.entries = ksBlobNew();
-        ksBlobCursor* w = ksBlobOpenWrite(body.dictionary.entries);
+        ksBlobCursor* w = ksBlobOpenWrite(body.dictionary.entries = ksBlobNew());
         for (const auto& [name, handle] : c.before) {
             ksDictionaryEntry e{};
-            std::snprintf(e.name, sizeof e.name, "%s", name.c_str());
             e.handle = H(handle);
+            std::snprintf(e.name, sizeof e.name, "%s", name.c_str());
             ksDictionaryEntryWrite(w, e);
         }
         ksBlobCloseWrite(w);
@@ -645,10 +620,9 @@ TEST_F(UpgradeTest, LayoutObjectsAndTheNamedObjectDictionary)
             return all[0];
         };
         const Object& styles = byHandle(slot(30));
-        EXPECT_EQ(styles.head.kind, fcb->classNumbers.dictionaryWithDefault);
         EXPECT_EQ(entries(styles.body.dictionaryWithDefault.entries), (Entries{{"Normal", slot(28)}}));
-        EXPECT_EQ(u64(styles.body.dictionaryWithDefault.defaultEntry), slot(28));
-        EXPECT_EQ(reactor(styles.head), 0x10u);
+        EXPECT_EQ(std::tuple(styles.head.kind, u64(styles.body.dictionaryWithDefault.defaultEntry), reactor(styles.head)),
+                  std::tuple(fcb->classNumbers.dictionaryWithDefault, slot(28), 0x10u));
         EXPECT_EQ(reactor(byHandle(slot(28)).head), slot(30));
         EXPECT_EQ(entries(byHandle(slot(29)).body.dictionary.entries),
                   (Entries{{"Layout1", slot(32)}, {"Model", slot(31)}}));
@@ -656,9 +630,8 @@ TEST_F(UpgradeTest, LayoutObjectsAndTheNamedObjectDictionary)
         EXPECT_EQ(byHandle(slot(34)).head.kind, fcb->classNumbers.wipeoutVariables);
         for (auto [layout, block, name] : {std::tuple{slot(31), 0x70, "Model"}, {slot(32), 0x71, "Layout1"}}) {
             const Object& o = byHandle(layout);
-            EXPECT_STREQ(o.body.layout.name, name);
-            EXPECT_EQ(u64(o.body.layout.blockRecord), static_cast<uint64_t>(block));
-            EXPECT_EQ(reactor(o.head), slot(29));
+            EXPECT_EQ(std::tuple(std::string(o.body.layout.name), u64(o.body.layout.blockRecord), reactor(o.head)),
+                      std::tuple(std::string(name), uint64_t(block), slot(29)));
             ksBlockHeader record;
             ASSERT_EQ(ksBlockHeaderSeek(fcb, H(block), &record), 1);
             EXPECT_EQ(u64(record.layoutHandle), layout);
@@ -728,16 +701,9 @@ TEST_F(UpgradeTest, ViewportSettingsLeaveTheExtendedData)
     auto all = stored();
     ASSERT_EQ(all.size(), 2u);
     const ksViewportBody& v = all[0].body.viewport;
-    EXPECT_EQ(v.target.z, 3.0);
-    EXPECT_EQ(v.direction.x, 0.0);
-    EXPECT_EQ(v.direction.z, 1.0);
-    EXPECT_EQ(v.twist, 0.25);
-    EXPECT_EQ(v.viewCenter.y, 6.0);
-    EXPECT_EQ(v.backClip, 0.75);
-    EXPECT_EQ(v.circleZoom, 100);
-    EXPECT_EQ(v.statusFlags, 3 | 128 | 256 | 1024 | 8192 | 2048);
-    EXPECT_EQ(v.snapAngle, 0.1);
-    EXPECT_EQ(v.gridSpacing.y, 10.0);
+    EXPECT_EQ(std::tuple(v.target.z, v.direction.x, v.direction.z, v.twist, v.viewCenter.y, v.backClip, v.snapAngle),
+              std::tuple(3.0, 0.0, 1.0, 0.25, 6.0, 0.75, 0.1));
+    EXPECT_EQ(std::tuple(v.gridSpacing.y, v.circleZoom, v.statusFlags), std::tuple(10.0, 100, 3 | 128 | 256 | 1024 | 8192 | 2048));
     std::vector<uint64_t> frozen;
     ksObjHandle layer;
     ksBlobCursor* in = ksBlobOpenRead(v.frozenLayers);

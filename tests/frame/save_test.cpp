@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "frame/fcb.h"
@@ -18,6 +19,7 @@
 #include "store/blob.h"
 #include "store/handles.h"
 #include "store/tablelist.h"
+#include "support/fixtures.h"
 #include "support/support.h"
 
 namespace {
@@ -96,44 +98,26 @@ struct XrefEntry {
     bool operator==(const XrefEntry&) const = default;
 };
 
-class SaveTest : public ::testing::Test {
+class SaveTest : public zt::DrawingTest {
 protected:
     zt::TempDir dir;
-    ksFcb* fcb = nullptr;
     ksSaveWriters previous{};
     uint64_t nextHandle = 0x100;
 
+    SaveTest() { withHeader = true; }
     void SetUp() override
     {
-        int16_t error = 0;
-        ASSERT_EQ(ksInit(ZEMACAD_INIT_FILE, 0, &error), 1) << error;
+        ASSERT_NO_FATAL_FAILURE(DrawingTest::SetUp());
         previous = ksSetSaveWriters({});
         seen = Seen{};
         writerResult = 1;
         progress.clear();
         ksSetSaveProgress([](int16_t percent) { progress.push_back(percent); });
-        fcb = newDrawing();
     }
     void TearDown() override
     {
         ksSetSaveWriters(previous);
-        closeDrawing(fcb);
-        ksShutdown();
-    }
-
-    static ksFcb* newDrawing()
-    {
-        ksFcb* drawing = ksNewFcb();
-        EXPECT_NE(drawing, nullptr);
-        drawing->header = static_cast<ksHeader*>(ksMemAlloc(sizeof(ksHeader)));
-        ksHeaderSetDefaults(drawing->header);
-        return drawing;
-    }
-    static void closeDrawing(ksFcb*& drawing)
-    {
-        ksFreeXrefNames(drawing);
-        EXPECT_EQ(ksCloseDrawing(drawing), 1);
-        drawing = nullptr;
+        DrawingTest::TearDown();
     }
 
     template <typename Record>
@@ -233,33 +217,22 @@ TEST_F(SaveTest, WriterFollowsFileTypeAndReleaseAndSeesTheTargetsRelease)
         std::string name = "out" + std::to_string(row.fileType) + std::to_string(row.version);
         ASSERT_EQ(save(name, row.fileType, row.version), 1);
         EXPECT_EQ(ksErrorNumber(), 0);
-        EXPECT_EQ(seen.calls, 1);
-        EXPECT_EQ(seen.writer, row.writer);
-        EXPECT_EQ(fileText(dir / name), row.writer);
-        EXPECT_EQ(seen.acadver, ksVersionNames[row.version]);
-        EXPECT_EQ(seen.ltscale, 2.5);  // the rest of the header is the source's
-        EXPECT_STREQ(fcb->header->ACADVER, "AC1009");  // the source's header is not touched
-        EXPECT_EQ(seen.outputVersion, row.version);
-        EXPECT_EQ(seen.sourceFileVersion, row.version);
-        EXPECT_EQ(fcb->fileVersion, row.version);
-        EXPECT_EQ(seen.isDxf, row.fileType != 0 ? 1 : 0);
-        EXPECT_EQ(seen.fileType, row.fileType);
-        EXPECT_EQ(seen.sizes[0], row.entitySize);
-        EXPECT_EQ(seen.sizes[4], row.tableSize);
-        EXPECT_EQ(seen.sizes[9], row.lastSize);
-        EXPECT_EQ(seen.byBlock, row.byBlock);
-        EXPECT_EQ(seen.byLayer, row.byLayer);
+        EXPECT_EQ(std::tuple(seen.calls, seen.writer, fileText(dir / name), seen.acadver),
+                  std::tuple(1, row.writer, row.writer, ksVersionNames[row.version]));
+        // the rest of the header is the source's; the source's header is not touched
+        EXPECT_EQ(std::tuple(seen.ltscale, std::string(fcb->header->ACADVER)), std::tuple(2.5, "AC1009"));
+        EXPECT_EQ(std::tuple(seen.outputVersion, seen.sourceFileVersion, fcb->fileVersion),
+                  std::tuple(row.version, row.version, row.version));
+        EXPECT_EQ(std::tuple(seen.isDxf, seen.fileType), std::tuple(row.fileType != 0, row.fileType));
+        EXPECT_EQ(std::tuple(seen.sizes[0], seen.sizes[4], seen.sizes[9], seen.byBlock, seen.byLayer),
+                  std::tuple(row.entitySize, row.tableSize, row.lastSize, row.byBlock, row.byLayer));
         EXPECT_TRUE(seen.scratchOk);
         EXPECT_EQ(progress, (std::vector<int>{0, 100}));
-        if (row.fileType != 0) {
-            EXPECT_EQ(seen.precision, 6);
-        }
+        EXPECT_EQ(seen.precision, row.fileType != 0 ? 6 : -9);
     }
     seen = Seen{};
     ASSERT_EQ(save("extras.dxf", 1, 4), 1);
-    EXPECT_EQ(seen.extendedR12, 1);
-    EXPECT_EQ(seen.negativeZero, 1);
-    EXPECT_EQ(seen.writeZeroZ, 1);
+    EXPECT_EQ(std::tuple(seen.extendedR12, seen.negativeZero, seen.writeZeroZ), std::tuple(1, 1, 1));
 }
 
 TEST_F(SaveTest, HandseedIsTheNextHandleOrTheFirstWithoutHandling)
@@ -360,19 +333,15 @@ TEST_F(SaveTest, DxfSavesSetTheNumberFormatsFromThePrecision)
     for (const Row& row : rows) {
         SCOPED_TRACE(row.precision);
         ASSERT_EQ(save("f.dxf", 1, 6, row.precision), 1);
-        EXPECT_EQ(seen.precision, row.used);
-        EXPECT_EQ(ksG->dxfPrecision, row.used);
-        EXPECT_STREQ(ksG->dxfIntegerFormat, row.integer);
-        EXPECT_STREQ(ksG->dxfRealFormat, row.real);
-        EXPECT_STREQ(ksG->dxfExpFormat, row.exp);
+        const ksGlobals& g = *ksG;
         char printed[40];
-        std::snprintf(printed, sizeof printed, ksG->dxfRealFormat, 1.5);
-        EXPECT_STREQ(printed, row.printed);
-        EXPECT_DOUBLE_EQ(ksG->dxfScale, row.scale);
-        EXPECT_DOUBLE_EQ(ksG->dxfHalfUnit, 0.5 / row.scale);
-        EXPECT_EQ(ksG->dxfHalfUnitRadians, halfUnitRadians);
-        EXPECT_EQ(ksG->dxfNegativeZero, 1);
-        EXPECT_EQ(ksG->dxfWriteZeroZ, 1);
+        std::snprintf(printed, sizeof printed, g.dxfRealFormat, 1.5);
+        EXPECT_EQ(std::tuple(seen.precision, g.dxfPrecision, g.dxfHalfUnitRadians, g.dxfNegativeZero, g.dxfWriteZeroZ),
+                  std::tuple(row.used, row.used, halfUnitRadians, 1, 1));
+        EXPECT_EQ((std::vector<std::string>{g.dxfIntegerFormat, g.dxfRealFormat, g.dxfExpFormat, printed}),
+                  (std::vector<std::string>{row.integer, row.real, row.exp, row.printed}));
+        EXPECT_DOUBLE_EQ(g.dxfScale, row.scale);
+        EXPECT_DOUBLE_EQ(g.dxfHalfUnit, 0.5 / row.scale);
     }
     // A DWG save leaves the formats of the last DXF save.
     ASSERT_EQ(save("f.dwg", 0, 6, 3), 1);
@@ -385,11 +354,10 @@ TEST_F(SaveTest, PrecisionSixRestoresTheStartingFormats)
     const ksGlobals start = *ksG;
     ksSetDxfNumberFormats(0, 2, 0);
     EXPECT_EQ(ksSetDxfNumberFormats(0, 6, 0), 6);
-    EXPECT_STREQ(ksG->dxfIntegerFormat, start.dxfIntegerFormat);
-    EXPECT_STREQ(ksG->dxfRealFormat, start.dxfRealFormat);
-    EXPECT_STREQ(ksG->dxfExpFormat, start.dxfExpFormat);
-    EXPECT_EQ(ksG->dxfScale, start.dxfScale);
-    EXPECT_EQ(ksG->dxfHalfUnit, start.dxfHalfUnit);
+    const ksGlobals& g = *ksG;
+    EXPECT_EQ((std::vector<std::string>{g.dxfIntegerFormat, g.dxfRealFormat, g.dxfExpFormat}),
+              (std::vector<std::string>{start.dxfIntegerFormat, start.dxfRealFormat, start.dxfExpFormat}));
+    EXPECT_EQ(std::tuple(g.dxfScale, g.dxfHalfUnit), std::tuple(start.dxfScale, start.dxfHalfUnit));
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <set>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -16,6 +17,7 @@
 #include "store/btree.h"
 #include "store/handles.h"
 #include "store/tablelist.h"
+#include "support/fixtures.h"
 
 namespace {
 
@@ -108,29 +110,17 @@ TEST(EntityDefaults, HeaderTakesTheCommonDefaults) {
     ksEntityHeader h;
     std::memset(&h, 0xA5, sizeof h);
     ksEntityDefaults(&h, nullptr, ksEntCircle);
-    EXPECT_EQ(h.type, ksEntCircle);
-    EXPECT_EQ(h.color, 256);
-    EXPECT_EQ(h.lineweight, -1);
-    EXPECT_EQ(h.flags, 0);
-    EXPECT_EQ(h.thickness, 0.0);
-    EXPECT_EQ(h.linetypeScale, 1.0);
-    EXPECT_EQ(h.extrusion.x, 0.0);
-    EXPECT_EQ(h.extrusion.y, 0.0);
-    EXPECT_EQ(h.extrusion.z, 1.0);
-    EXPECT_EQ(h.userData, 0);
-    EXPECT_EQ(h.eed, 0u);
-    EXPECT_EQ(h.reactorCount, 0);
-    EXPECT_EQ(h.reactors, 0u);
-    for (const ksObjHandle* handle : {&h.handle, &h.layerHandle, &h.linetypeHandle, &h.xdictHandle}) {
+    EXPECT_EQ(std::tuple(h.type, h.color, h.lineweight, h.flags, h.userData, h.reactorCount, h.eed, h.reactors),
+              std::tuple(ksEntCircle, 256, -1, 0, 0, 0, 0u, 0u));
+    EXPECT_EQ(std::tuple(h.thickness, h.linetypeScale, h.extrusion.x, h.extrusion.y, h.extrusion.z),
+              std::tuple(0.0, 1.0, 0.0, 0.0, 1.0));
+    for (const ksObjHandle* handle : {&h.handle, &h.layerHandle, &h.linetypeHandle, &h.xdictHandle})
         EXPECT_TRUE(isNull(*handle));
-    }
 }
 
-TEST(EntityDefaults, DrawingGivesFirstLayerAndBylayer) {
-    int16_t error = 0;
-    ASSERT_EQ(ksInit(ZEMACAD_INIT_FILE, 0, &error), 1) << error;
-    ksFcb* fcb = ksNewFcb();
-    ASSERT_NE(fcb, nullptr);
+using EntityDrawing = zt::DrawingTest;
+
+TEST_F(EntityDrawing, DrawingGivesFirstLayerAndBylayer) {
     for (uint64_t handle : {0x10u, 0x11u}) {
         ksLayer layer;
         ksLayerDefaults(fcb, &layer);
@@ -144,16 +134,8 @@ TEST(EntityDefaults, DrawingGivesFirstLayerAndBylayer) {
     ksInsertBody body;
     h.type = ksEntInsert;
     ksEntityDefaults(fcb, &h, &body);
-    const ksObjHandle first = ksHandleFromU64(0x10);
-    EXPECT_EQ(std::memcmp(&h.layerHandle, &first, 8), 0);
-    EXPECT_EQ(std::memcmp(&h.linetypeHandle, &fcb->byLayerHandle, 8), 0);
-    EXPECT_EQ(body.rowCount, 1);
-    EXPECT_EQ(h.color, 256);
-
-    ksTablesFree(fcb);
-    ksBtreeFree(fcb);
-    ksFreeFcb(fcb);
-    ksShutdown();
+    EXPECT_EQ(std::tuple(ksHandleToU64(h.layerHandle), ksHandleToU64(h.linetypeHandle), body.rowCount, h.color),
+              std::tuple(0x10u, 0x14u, 1, 256));
 }
 
 // The store keeps the first `kept` bytes of a body (plus the closing texts).

@@ -9,6 +9,7 @@
 #include "frame/globals.h"
 #include "store/blob.h"
 #include "store/list.h"
+#include "support/fixtures.h"
 
 namespace {
 
@@ -26,19 +27,18 @@ Bytes pattern(size_t n, uint32_t seed)
 int16_t lastSeverity = 0;
 void recordSeverity(int16_t severity) { lastSeverity = severity; }
 
-class BlobTest : public ::testing::Test {
+class BlobTest : public zt::ToolkitTest {
 protected:
     void SetUp() override
     {
-        int16_t error = 0;
-        ASSERT_EQ(ksInit(ZEMACAD_INIT_FILE, 0, &error), 1) << "error " << error;
+        ASSERT_NO_FATAL_FAILURE(ToolkitTest::SetUp());
         ASSERT_NE(blob = ksBlobNew(), 0u);
     }
     void TearDown() override
     {
         ksBlobFree(blob);
         ksSetErrorHandler(nullptr);
-        ksShutdown();
+        ToolkitTest::TearDown();
     }
 
     // Writes bytes in pieces through the cursor and closes it; the blob

@@ -25,6 +25,7 @@
 #include "store/list.h"
 #include "store/record.h"
 #include "store/tablelist.h"
+#include "support/fixtures.h"
 
 namespace {
 
@@ -89,17 +90,14 @@ const ClassForm kClassForms[] = {
      {offsetof(ksProxyEntity, data), offsetof(ksProxyEntity, references), offsetof(ksProxyEntity, graphics)}},
 };
 
-class EntityListTest : public ::testing::Test {
+class EntityListTest : public zt::DrawingTest {
 protected:
-    ksFcb* fcb = nullptr;
     ksLoc list = 0;
     std::mt19937_64 rng{20260523};
 
     void SetUp() override
     {
-        int16_t error = 0;
-        ASSERT_EQ(ksInit(ZEMACAD_INIT_FILE, 0, &error), 1) << error;
-        ASSERT_NE(fcb = ksNewFcb(), nullptr);
+        ASSERT_NO_FATAL_FAILURE(DrawingTest::SetUp());
         ASSERT_NE(list = ksListNew(), 0u);
         ksBlockHeader block;
         ksBlockHeaderDefaults(&block);
@@ -110,10 +108,7 @@ protected:
     void TearDown() override
     {
         ksEntityListFree(fcb, list);
-        ksTablesFree(fcb);
-        ksBtreeFree(fcb);
-        ksFreeFcb(fcb);
-        ksShutdown();
+        DrawingTest::TearDown();
     }
 
     // A plain entity of the type with the defaults, on layer 0x1F3.
@@ -176,14 +171,12 @@ protected:
             h = ksHandleFromU64(length ? rng() >> (64 - 8 * length) : 0);
         return h;
     }
-    ksLoc filledBlob(uint32_t bytes)
+    static ksLoc filledBlob(uint32_t bytes)
     {
-        ksLoc blob = ksBlobNew();
-        ksBlobCursor* c = ksBlobOpenWrite(blob);
+        zt::Bytes b(bytes);
         for (uint32_t i = 0; i < bytes; ++i)
-            ksBlobWriteByte(c, static_cast<uint8_t>(i));
-        ksBlobCloseWrite(c);
-        return blob;
+            b[i] = static_cast<uint8_t>(i);
+        return zt::blobOf(b);
     }
 
     ksEntityHeader randomHeader(int16_t type, std::set<uint64_t>& used)

@@ -10,6 +10,7 @@
 
 #include "frame/globals.h"
 #include "store/list.h"
+#include "support/fixtures.h"
 
 namespace {
 
@@ -17,12 +18,11 @@ using Nodes = std::vector<ksLoc>;
 
 uint64_t tagOf(ksLoc node) { return node * 0x9E3779B97F4A7C15ull; }
 
-class ListTest : public ::testing::Test {
+class ListTest : public zt::ToolkitTest {
 protected:
     void SetUp() override
     {
-        int16_t error = 0;
-        ASSERT_EQ(ksInit(ZEMACAD_INIT_FILE, 0, &error), 1) << "error " << error;
+        ASSERT_NO_FATAL_FAILURE(ToolkitTest::SetUp());
         ASSERT_TRUE((list = ksListNew()) != 0 && (other = ksListNew()) != 0);
     }
     void TearDown() override
@@ -31,7 +31,7 @@ protected:
         ksListFree(other);
         for (ksLoc node : spare)
             ksVmFree(node);
-        ksShutdown();
+        ToolkitTest::TearDown();
     }
 
     // A node whose payload tags it with its location; kept in `spare`

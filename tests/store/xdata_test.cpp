@@ -18,6 +18,7 @@
 #include "store/handles.h"
 #include "store/tablelist.h"
 #include "store/xdata.h"
+#include "support/fixtures.h"
 
 namespace {
 
@@ -79,32 +80,16 @@ std::string show(const ksXdataItem& it, Refs refs = Refs::handles)
     return s;
 }
 
-class XdataTest : public ::testing::Test {
+class XdataTest : public zt::DrawingTest {
 protected:
-    void SetUp() override
-    {
-        int16_t error = 0;
-        ASSERT_EQ(ksInit(ZEMACAD_INIT_FILE, 0, &error), 1) << "error " << error;
-        ASSERT_NE(fcb = ksNewFcb(), nullptr);
-    }
     void TearDown() override
     {
         for (ksLoc b : blobs) ksBlobFree(b);
-        ksXdataFreePending(fcb);
-        ksTablesFree(fcb);
-        ksBtreeFree(fcb);
-        ksFreeFcb(fcb);
-        ksShutdown();
+        DrawingTest::TearDown();
     }
     void coding(bool dxf, int16_t version) { fcb->isDxf = dxf, fcb->fileVersion = version; }
     ksLoc newBlob() { return blobs.emplace_back(ksBlobNew()); }
-    ksLoc blobOf(const Bytes& bytes)
-    {
-        ksBlobCursor* w = ksBlobOpenWrite(newBlob());
-        EXPECT_TRUE(bytes.empty() || ksBlobWrite(w, bytes.data(), static_cast<uint16_t>(bytes.size())));
-        EXPECT_EQ(ksBlobCloseWrite(w), 1);
-        return blobs.back();
-    }
+    ksLoc blobOf(const Bytes& bytes) { return blobs.emplace_back(zt::blobOf(bytes)); }
     // The bytes into xdataReadBuffer; behind them more valid items (1070
     // 7), which a read past the end would hand out.
     void source(const Bytes& bytes)
@@ -133,7 +118,6 @@ protected:
     }
     Bytes emitted() const { return Bytes(ksG->xdataWriteBuffer, ksG->xdataWriteBuffer + ksG->xdataWriteLength); }
 
-    ksFcb* fcb = nullptr;
     std::vector<ksLoc> blobs;
 };
 
