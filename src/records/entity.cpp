@@ -234,7 +234,7 @@ constexpr auto ellipseRows = sortRows({
     KS_EF(ksEllipseBody, 42, endParameter, ksEfReal),
 });
 
-// data: part 0 the knots, 1 the control points with their weights, 2 the
+// data: section 0 the knots, 1 the control points with their weights, 2 the
 // fit points. A weight belongs to the control point before it.
 constexpr auto splineRows = sortRows({
     KS_EF(ksSplineBody, 71, degree, ksEfShort),
@@ -485,7 +485,7 @@ constexpr auto toleranceRows = sortRows({
     KS_EF(ksToleranceBody, 1, text, ksEfCodedText),
 });
 
-// data: part 0 the vertices, a run opened by the first 11; part 1 the
+// data: section 0 the vertices, a run opened by the first 11; section 1 the
 // elements' parameters, which follow in the same run.
 constexpr auto mlineRows = sortRows({
     KS_EF(ksMlineBody, 40, scale, ksEfReal),

@@ -553,7 +553,7 @@ enum ksEntityFieldKind : uint8_t {
     ksEfModelText,   // a piece of solid-model text, its bytes uncoded,
                      // appended to the blob; index 1: the piece ends its
                      // line, and CR LF follows it
-    ksEfRealList,    // a real appended to the blob; index: the part of the
+    ksEfRealList,    // a real appended to the blob; index: the section of the
                      // blob's layout it belongs to
     ksEfPointList,   // a point (the group, + 10, + 20) appended to the blob;
                      // index as for ksEfRealList
