@@ -141,6 +141,24 @@ struct ksFcb {
     // gathered. Null until the first entity comes; allocated with
     // ksMemAlloc and freed by ksLoadEntityCacheFree.
     struct ksLoadState* loadState;
+
+    // ---- Resolving phases of a load (frame/resolve.cpp).
+    // File positions of the two spaces' BLOCK entities (DXF, DWG below
+    // R13), and where the reader begins with the entities of the block
+    // that startBlockEntities is called for.
+    int32_t modelBlockPosition;
+    int32_t paperBlockPosition;
+    int32_t entityFilePosition;
+    // DWG below R13: the start of the block entity section, against which
+    // a viewport entity header's position with its top bit set counts.
+    int32_t blockEntitiesStart;
+    // The vpEntList node of the viewport with viewportId 1, and whether a
+    // viewport entity header matched a VIEWPORT.
+    ksLoc paperViewportNode;
+    uint8_t vpEntRefsSorted;
+    // R2000 DXF: the ACAD_PLOTSTYLENAME dictionary of the named object
+    // dictionary; null when none.
+    ksObjHandle plotStyleDictionary;
 };
 
 inline constexpr int ksFcbListCount = 12;

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "bridge/upgrade.h"
 #include "frame/initdata.h"
 #include "frame/kstypes.h"
 #include "frame/readerops.h"
@@ -28,6 +29,50 @@ inline constexpr uint32_t ksIoBufferSize = 65535;     // readBuffer, writeBuffer
 inline constexpr uint32_t ksXdataBufferSize = 16384;  // the two extended-data buffers
 inline constexpr int ksHeaderNameCount = 12;          // name-valued header variables
 inline constexpr int ksHeaderNameSize = 512;
+
+// ---- Working records between the readers and the resolving phases of a
+// load (frame/resolve.cpp) -------------------------------------------------
+
+// What a block header has beside its public record. readBlockHeader fills
+// ksG->blockWork for every block it delivers; the load keeps a copy behind
+// the record in the block's node and puts it back into ksG->blockWork
+// before it calls startBlockEntities for that block.
+struct ksBlockWork {
+    ksObjHandle blockEntity;   // R13 on: the BLOCK entity
+    ksObjHandle firstEntity;   // R13 on: the first and last entity between
+    ksObjHandle lastEntity;    // them; null for an external reference
+    ksObjHandle endblkEntity;  // R13 on: the ENDBLK entity
+    int32_t filePosition;      // DXF and DWG below R13: where the block's
+                               // entities begin (given back in
+                               // fcb->entityFilePosition)
+};
+
+// The table references of a DWG header below R13, as places in the tables
+// (from 0). The old header reader fills ksG->headerIndices; the load turns
+// them into handles once the tables are in.
+struct ksHeaderIndices {
+    int16_t layer;         // $CLAYER
+    int16_t linetype;      // $CELTYPE: 32767 BYLAYER, 32766 BYBLOCK
+    int16_t dimStyle;      // $DIMSTYLE: -1 none
+    int16_t ucs;           // $UCSNAME: -1 none
+    int16_t paperUcs;      // $PUCSNAME: -1 none
+    int16_t textStyle;     // $TEXTSTYLE
+    int16_t dimTextStyle;  // $DIMTXSTY
+};
+
+// One viewport entity header as readVpEntHeader delivers it.
+struct ksVpEntHeader {
+    int8_t deleted;             // passed over by the load
+    int16_t active;             // the on flag
+    int16_t status;             // 68 of its VIEWPORT
+    int32_t statusFlags;        // 90 of its VIEWPORT
+    int16_t viewportId;         // the reader's number of it
+    int16_t xrefIndex;
+    ksObjHandle handle;         // R13 on: the header's own handle
+    ksObjHandle viewportHandle; // R13 on: its VIEWPORT entity
+    int32_t viewportPosition;   // below R13: the file position of its VIEWPORT
+    char name[ksHeaderNameSize];
+};
 
 struct ksGlobals {
     uint8_t skipBlockRefs;
@@ -97,6 +142,22 @@ struct ksGlobals {
     // DXF text of the name-valued header variables ($CELTYPE ...), in the
     // order of ksHeaderNameTable; resolved to handles after the tables load.
     char headerNames[ksHeaderNameCount][ksHeaderNameSize];
+
+    // ---- Reader working data of the resolving phases (see the records
+    // above ksGlobals). The load sets the defaults before readHeader.
+    ksHeaderIndices headerIndices;
+    ksBlockWork blockWork;
+    // The block whose entities are being read (R13 on): its own handle,
+    // owner, extension dictionary and name, set before startBlockEntities.
+    ksObjHandle blockHandle;
+    ksObjHandle blockOwnerHandle;
+    ksObjHandle blockXdictHandle;
+    char blockName[ksHeaderNameSize];
+    // The references of the entity that readEntity delivers: the entity
+    // loop clears them (ksEntityRefsClear) before each read, the reader
+    // fills what its file gives. The texts stay the reader's; they must
+    // last until the next read.
+    ksEntityRefs entityRefs;
 };
 
 // The one control block; null while the toolkit is down.

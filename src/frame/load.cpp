@@ -7,6 +7,8 @@
 #include <cstring>
 #include <string_view>
 
+#include "bridge/layouts.h"
+#include "bridge/upgrade.h"
 #include "driver/hooks.h"
 #include "bridge/upgrade.h"
 #include "frame/fcb.h"
@@ -68,11 +70,11 @@ constexpr Phase kPhases[] = {
     {50, 24, ksLoadRegApps, ksUnloadRegApps},
     {51, 28, ksLoadViews, ksUnloadViews},
     {52, 32, ksLoadShapeFiles, ksUnloadShapeFiles},
-    {54, 36, ksLoadBlockHeaders, nullptr},
+    {54, 36, ksLoadBlockHeaders, ksUnloadBlockHeaders},
     {53, 40, ksLoadDimStyles, ksUnloadDimStyles},
-    {55, 46, ksLoadMainEntities, nullptr},
-    {130, 71, ksLoadBlockEntities, nullptr},
-    {56, -1, ksLoadObjects, nullptr},
+    {55, 46, ksLoadMainEntities, ksUnloadMainEntities},
+    {130, 71, ksLoadBlockEntities, ksUnloadBlockEntities},
+    {56, -1, ksLoadObjects, ksUnloadObjects},
     {70, 96, ksLoadVpEntHeaders, nullptr},
 };
 
@@ -128,6 +130,7 @@ void closeInput(ksFcb* fcb)
 // Frees what a drawing holds and the drawing itself.
 void freeDrawing(ksFcb* fcb)
 {
+    ksLoadEntityCacheFree(fcb);
     ksEntityListFree(fcb, fcb->modelEntities);
     ksEntityListFree(fcb, fcb->paperEntities);
     ksTablesFree(fcb);
@@ -191,7 +194,7 @@ ksFcb* ksLoadDrawing(const char* path, uint8_t closeAfterLoad, int16_t makeLayou
     return ksLoadDrawingInto(path, closeAfterLoad, makeLayouts, &fcb);
 }
 
-ksFcb* ksLoadDrawingInto(const char* path, uint8_t closeAfterLoad, int16_t /*makeLayouts*/, ksFcb** fcbOut)
+ksFcb* ksLoadDrawingInto(const char* path, uint8_t closeAfterLoad, int16_t makeLayouts, ksFcb** fcbOut)
 {
     if (fcbOut)
         *fcbOut = nullptr;
@@ -252,6 +255,7 @@ ksFcb* ksLoadDrawingInto(const char* path, uint8_t closeAfterLoad, int16_t /*mak
     if (!ksG->loadContinue)
         return abandonLoad(fcb, fcbOut);
     ksFileSeek(fcb->file, 0, 0);
+    ksResetHeaderReferences();
     if (!ksOpReadHeader(fcb))
         return abandonLoad(fcb, fcbOut);
 
@@ -274,12 +278,45 @@ ksFcb* ksLoadDrawingInto(const char* path, uint8_t closeAfterLoad, int16_t /*mak
     }
 
     fcb->visRetain = fcb->header->VISRETAIN;
+    const int16_t version = fcb->fileVersion;
     ksG->errorNumber = 131;
     if (!ksG->loadContinue || !ksResolveHeader(fcb))
         return abandonLoad(fcb, fcbOut, kPhaseCount);
+    ksG->errorNumber = 132;
+    if (version >= ksAC1012 && fcb->isDxf && !ksResolveCmlStyle(fcb))
+        return abandonLoad(fcb, fcbOut, kPhaseCount);
+    if (version >= ksAC1015 && fcb->fileType == 1)
+        ksFindPlotStyleDictionary(fcb);
+    ksG->errorNumber = 133;
+    if (version < ksAC1012 && !ksAddDefaultObjects(fcb, nullptr))
+        return abandonLoad(fcb, fcbOut, kPhaseCount);
+    // A drawing asked for with layouts that can't have them is no drawing
+    // to hand out: the load fails with the number the layouts left.
+    if (makeLayouts && version < ksAC1015) {
+        ksG->errorNumber = 133;
+        if (!ksAddLayoutObjects(fcb, nullptr)) {
+            if (ksG->errorNumber == 0)
+                ksG->errorNumber = 133;
+            return abandonLoad(fcb, fcbOut, kPhaseCount);
+        }
+    }
 
     if (fcb->closeAfterLoad == 1)
         closeInput(fcb);
+    ksG->errorNumber = 0;
+    // From here on nothing fails the load: what can't be finished is left
+    // as the file had it.
+    if (fcb->pendingXdata != 0) {
+        ksXdataResolvePending(fcb);
+        if (version < ksAC1015)
+            ksUpgradeViewports(fcb);
+    }
+    if (fcb->pendingRefs1 != 0 && fcb->pendingRefs2 != 0)
+        ksMakeBlockRefObjects(fcb);
+    ksListFree(fcb->pendingRefs1);
+    ksListFree(fcb->pendingRefs2);
+    fcb->pendingRefs1 = fcb->pendingRefs2 = 0;
+    ksLoadEntityCacheFree(fcb);
     ksG->errorNumber = 0;
     reportProgress(100);
     fcb->header->HANDSEED = fcb->nextHandle;

@@ -13,6 +13,7 @@
 #include <cstdint>
 
 #include "frame/kstypes.h"
+#include "store/vm.h"
 
 struct ksFcb;
 
@@ -32,6 +33,29 @@ int16_t ksLoadObjects(ksFcb* fcb);
 int16_t ksLoadVpEntHeaders(ksFcb* fcb);
 int16_t ksResolveHeader(ksFcb* fcb);
 
+// The resolving steps behind the phases (frame/resolve.cpp).
+//
+// One entity list of the file: entities are read and handed to the entity
+// step (bridge/upgrade.h) into modelList or paperList until the reader has
+// no more, or, with inBlock, until an ENDBLK. 1, also when a stop request
+// cut the list short; 0 with the number of the failing entity (287 to
+// 291), the lists' entities freed.
+int16_t ksLoadEntities(ksFcb* fcb, ksLoc modelList, ksLoc paperList, uint8_t makeHandles, uint8_t inBlock);
+// $CMLSTYLE by the name of the DXF header: the first multiline style of
+// that name, or a new one of the default values.
+int16_t ksResolveCmlStyle(ksFcb* fcb);
+// The ACAD_PLOTSTYLENAME entry of the named object dictionary becomes
+// plotStyleDictionary and defaultPlotStyleHandle; null when there is none.
+void ksFindPlotStyleDictionary(ksFcb* fcb);
+// The ACAD_BLKREFS dictionaries and ID buffers of the external references
+// of a drawing below R14, from pendingRefs1 and pendingRefs2. 1, or 0 when
+// an object couldn't be made (the others are made all the same).
+int16_t ksMakeBlockRefObjects(ksFcb* fcb);
+// Sets the header references a reader may leave (ksG->headerNames,
+// headerIndices) and the block working data to their values for a file
+// that gives none.
+void ksResetHeaderReferences();
+
 // Undo of the table phases: each empties its table (records and their
 // blobs). The handle index is not touched; the tear-down frees it last.
 // ksUnloadLinetypes also drops the pending extended-data references, as the
@@ -45,6 +69,15 @@ void ksUnloadRegApps(ksFcb* fcb);
 void ksUnloadViews(ksFcb* fcb);
 void ksUnloadShapeFiles(ksFcb* fcb);
 void ksUnloadDimStyles(ksFcb* fcb);
+// Undo of the resolving phases. Block headers: every block's entity list,
+// the two main lists and the block headers, with the pending reference
+// lists. Main entities: the entities of the two spaces and vpEntList,
+// with the entity step's caches. Block entities: the entities of every
+// block but the two spaces. Objects: all objects.
+void ksUnloadBlockHeaders(ksFcb* fcb);
+void ksUnloadMainEntities(ksFcb* fcb);
+void ksUnloadBlockEntities(ksFcb* fcb);
+void ksUnloadObjects(ksFcb* fcb);
 
 // A layer's linetype as the file names it, which ksLayer has no field for.
 // The reader of an old DWG notes the linetype's place in the table (from

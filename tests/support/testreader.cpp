@@ -5,6 +5,7 @@
 #include <fstream>
 #include <stdexcept>
 
+#include "driver/hooks.h"
 #include "frame/globals.h"
 #include "frame/loadphases.h"
 #include "records/header.h"
@@ -137,13 +138,24 @@ int16_t readBlockRecord(ksFcb*, ksBlockHeader* record)
     return 1;
 }
 
-int16_t readEntity(ksFcb*, ksEntityHeader* header, void* body, int16_t* hasExtended)
+int16_t readEntity(ksFcb* fcb, ksEntityHeader* header, void* body, int16_t* hasExtended)
 {
     if (!enter(Slot::readEntity) || pos.entityList == nullptr || pos.entity >= pos.entityList->size())
         return 0;
     const ScriptedEntity& e = (*pos.entityList)[pos.entity++];
+    ksEntityRefs& refs = ksG->entityRefs;
+    if (e.filePosition >= 0 && fcb->file != nullptr) {
+        ksFileSeek(fcb->file, e.filePosition, 0);
+        refs.filePosition = static_cast<int32_t>(e.filePosition);
+    }
+    refs.layerName = e.layerName.c_str();
+    refs.linetypeName = e.linetypeName.empty() ? nullptr : e.linetypeName.c_str();
+    refs.blockName = e.blockName.empty() ? nullptr : e.blockName.c_str();
+    refs.layerIndex = e.layerIndex;
+    refs.blockIndex = e.blockIndex;
     *header = e.header;
-    std::memcpy(body, e.body.data(), std::min<size_t>(e.body.size(), ksEntityBodyMax));
+    if (!e.body.empty())
+        std::memcpy(body, e.body.data(), std::min<size_t>(e.body.size(), ksEntityBodyMax));
     putXdata(e.xdata, hasExtended);
     return 1;
 }
@@ -157,10 +169,11 @@ int16_t startEntities(ksFcb*)
     return 1;
 }
 
-int16_t startBlockEntities(ksFcb*)
+int16_t startBlockEntities(ksFcb* fcb)
 {
     if (!enter(Slot::startBlockEntities))
         return 0;
+    active->blockEntityPositions.push_back(fcb->entityFilePosition);
     size_t n = pos.blockList++;
     pos.entityList = n < active->blockEntities.size() ? &active->blockEntities[n] : &noEntities;
     pos.entity = 0;
@@ -182,7 +195,8 @@ int16_t readObject(ksFcb*, ksObjectHeader* header, void* body, int16_t* hasExten
         return 0;
     const ScriptedObject& o = active->objects[pos.object++];
     *header = o.header;
-    std::memcpy(body, o.body.data(), o.body.size());
+    if (!o.body.empty())
+        std::memcpy(body, o.body.data(), o.body.size());
     putXdata(o.xdata, hasExtended);
     return 1;
 }
@@ -212,8 +226,18 @@ ZT_TABLE_SLOTS(startRegApps, readRegApp, ksAppid, appids, appid)
 ZT_TABLE_SLOTS(startViews, readView, ksView, views, view)
 ZT_TABLE_SLOTS(startShapeFiles, readShapeFile, ksStyle, styles, style)
 ZT_TABLE_SLOTS(startDimStyles, readDimStyle, ksDimstyle, dimstyles, dimstyle)
-ZT_TABLE_SLOTS(startBlockHeaders, readBlockHeader, ksBlockHeader, blockHeaders, blockHeader)
 #undef ZT_TABLE_SLOTS
+
+int16_t startBlockHeaders(ksFcb*) { return start(Slot::startBlockHeaders, pos.blockHeader); }
+int16_t readBlockHeader(ksFcb*, ksBlockHeader* record, int16_t* hasExtended)
+{
+    static const std::vector<Scripted<ksBlockHeader>> none;
+    size_t at = pos.blockHeader;
+    if (!serve(Slot::readBlockHeader, active ? active->blockHeaders : none, pos.blockHeader, record, hasExtended))
+        return 0;
+    ksG->blockWork = at < active->blockWork.size() ? active->blockWork[at] : ksBlockWork{};
+    return 1;
+}
 
 int16_t startLayers(ksFcb*) { return start(Slot::startLayers, pos.layer); }
 int16_t startClasses(ksFcb*) { return start(Slot::startClasses, pos.classes); }

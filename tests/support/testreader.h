@@ -33,6 +33,7 @@
 #include <vector>
 
 #include "frame/fcb.h"
+#include "frame/globals.h"
 #include "frame/readerops.h"
 #include "records/entity.h"
 #include "records/object.h"
@@ -103,6 +104,18 @@ struct ScriptedEntity {
     ksEntityHeader header{};
     std::vector<uint8_t> body;  // copied to the body buffer, at most ksEntityBodyMax bytes
     std::vector<uint8_t> xdata;
+    // The references the reader leaves in ksG->entityRefs: DXF names (the
+    // layer "0" unless given), old DWG indices (ksEntityRefsClear's
+    // values unless given).
+    std::string layerName = "0";
+    std::string linetypeName;
+    std::string blockName;
+    int16_t layerIndex = 0;
+    int16_t blockIndex = 0;
+    // The reader seeks the drawing's file here before it hands the entity
+    // over, as a file reader moves on, and gives it as the entity's file
+    // position (-1: neither).
+    long filePosition = -1;
 };
 
 struct ScriptedObject {
@@ -139,6 +152,12 @@ struct ReaderScript {
     std::vector<Scripted<ksStyle>> styles;
     std::vector<Scripted<ksDimstyle>> dimstyles;
     std::vector<Scripted<ksBlockHeader>> blockHeaders;
+    // What readBlockHeader leaves in ksG->blockWork for the block of the
+    // same place; zero beyond the vector.
+    std::vector<ksBlockWork> blockWork;
+    // Where each call of startBlockEntities found fcb->entityFilePosition,
+    // in call order.
+    std::vector<int32_t> blockEntityPositions;
     // DXF BLOCK_RECORD entries (slot 5). startBlockHeaders rewinds them, and
     // a read past the last one returns 0 and rewinds, so a reader can run
     // through them more than once.
