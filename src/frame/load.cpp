@@ -10,7 +10,6 @@
 #include "bridge/layouts.h"
 #include "bridge/upgrade.h"
 #include "driver/hooks.h"
-#include "bridge/upgrade.h"
 #include "frame/fcb.h"
 #include "frame/globals.h"
 #include "frame/loadphases.h"
@@ -21,9 +20,9 @@
 #include "store/btree.h"
 #include "store/entitylist.h"
 #include "store/list.h"
-#include "store/xdata.h"
 #include "store/handles.h"
 #include "store/tablelist.h"
+#include "store/xdata.h"
 
 namespace {
 
