@@ -3,6 +3,7 @@
 
 #include <cstring>
 
+#include "driver/hooks.h"
 #include "frame/fcb.h"
 #include "frame/globals.h"
 #include "frame/readerops.h"
@@ -56,6 +57,84 @@ int16_t addAtHead(ksFcb* fcb, ksTableList table, const R& record)
     return ksRecordAdd(&record, fcb, record.entryHandle, t.recordSize, fcb->*t.list, ksAtHead, 0, t.errAlloc) != 0;
 }
 
+// The names a table holds, as hashes of their upper-case form, so that the
+// duplicate test of a DXF table costs as little for its ten-thousandth
+// record as for its first. A miss is certain; a hit is confirmed against
+// the list. Without memory the set answers "maybe" and the list decides.
+class NameHashes {
+public:
+    NameHashes() = default;
+    NameHashes(const NameHashes&) = delete;
+    NameHashes& operator=(const NameHashes&) = delete;
+    ~NameHashes() { ksMemFree(slots_); }
+
+    bool mayHold(const char* name) const
+    {
+        if (broken_)
+            return true;
+        if (slots_ == nullptr)
+            return false;
+        uint64_t h = hashOf(name);
+        for (size_t i = h & (capacity_ - 1); slots_[i] != 0; i = (i + 1) & (capacity_ - 1))
+            if (slots_[i] == h)
+                return true;
+        return false;
+    }
+
+    void add(const char* name)
+    {
+        if (broken_ || ((used_ + 1) * 2 > capacity_ && !grow()))
+            return;
+        place(hashOf(name));
+        ++used_;
+    }
+
+private:
+    static uint64_t hashOf(const char* name)
+    {
+        uint64_t h = 14695981039346656037ull;
+        for (const unsigned char* p = reinterpret_cast<const unsigned char*>(name); *p; ++p) {
+            unsigned char c = (*p >= 'a' && *p <= 'z') ? *p - 'a' + 'A' : *p;
+            h = (h ^ c) * 1099511628211ull;
+        }
+        return h ? h : 1;  // 0 marks an empty slot
+    }
+
+    void place(uint64_t h)
+    {
+        size_t i = h & (capacity_ - 1);
+        while (slots_[i] != 0 && slots_[i] != h)
+            i = (i + 1) & (capacity_ - 1);
+        slots_[i] = h;
+    }
+
+    bool grow()
+    {
+        size_t capacity = capacity_ ? capacity_ * 2 : 256;
+        auto* slots = static_cast<uint64_t*>(ksMemAlloc(static_cast<uint32_t>(capacity * sizeof(uint64_t))));
+        if (slots == nullptr || capacity > (1u << 26)) {
+            ksMemFree(slots);
+            broken_ = true;
+            return false;
+        }
+        std::memset(slots, 0, capacity * sizeof(uint64_t));
+        uint64_t* old = slots_;
+        size_t oldCapacity = capacity_;
+        slots_ = slots;
+        capacity_ = capacity;
+        for (size_t i = 0; i < oldCapacity; ++i)
+            if (old[i] != 0)
+                place(old[i]);
+        ksMemFree(old);
+        return true;
+    }
+
+    uint64_t* slots_ = nullptr;
+    size_t capacity_ = 0;
+    size_t used_ = 0;
+    bool broken_ = false;
+};
+
 // What a table's own handling makes of a record the loop has read.
 enum class Take { add, skip, fail };
 
@@ -77,6 +156,14 @@ int16_t readTable(ksFcb* fcb, const TableReader<R>& t, Inspect inspect)
 {
     const int32_t phaseError = ksG->errorNumber;
     const int32_t count = fcb->tableCount[t.head];
+    const bool checkDuplicates = t.dxfDuplicates && fcb->isDxf;
+    NameHashes names;
+    if (checkDuplicates) {
+        R held;
+        ksTableRewind(fcb, t.list);
+        while (ksTableNext(fcb, t.list, &held))
+            names.add(held.name);
+    }
     R record;
     for (int32_t i = 0; i < count; ++i) {
         t.defaults(fcb, &record);
@@ -85,7 +172,7 @@ int16_t readTable(ksFcb* fcb, const TableReader<R>& t, Inspect inspect)
         if (!t.read(fcb, &record, &hasExtended))
             return 0;
         ksObjHandle known;
-        if (t.dxfDuplicates && fcb->isDxf && ksTableFind(fcb, t.list, record.name, &known)) {
+        if (checkDuplicates && names.mayHold(record.name) && ksTableFind(fcb, t.list, record.name, &known)) {
             dropBlobs(record);
             continue;
         }
@@ -108,6 +195,8 @@ int16_t readTable(ksFcb* fcb, const TableReader<R>& t, Inspect inspect)
             dropBlobs(record);
             return 0;
         }
+        if (checkDuplicates)
+            names.add(record.name);
     }
     ksG->errorNumber = phaseError;
     return 1;

@@ -92,6 +92,22 @@ ksLoc firstNamed(ksLoc list, const ksTableListInfo& t, const char* a, const char
     return 0;
 }
 
+// The first of the records with one of the two names that stand together
+// at the list's end (the two special linetypes, the two spaces); 0 when
+// the last record is none of them. Adds keep them there, so the walk is
+// short however long the list.
+ksLoc firstOfTail(ksLoc list, const ksTableListInfo& t, const char* a, const char* b)
+{
+    ksLoc first = 0;
+    for (ksLoc node = ksListLast(list); node != 0; node = ksListNodePrev(node)) {
+        const uint8_t* record = bytesOf(node);
+        if (!isNamed(record, t, a) && !isNamed(record, t, b))
+            break;
+        first = node;
+    }
+    return first;
+}
+
 }  // namespace
 
 void ksTableRewind(ksFcb* fcb, ksTableList table) { ksListRewind(listOf(fcb, table)); }
@@ -155,11 +171,11 @@ int16_t ksTableAdd(ksFcb* fcb, ksTableList table, const void* record)
     if (table == ksListLinetypes && !isNamed(record, t, "BYBLOCK") && !isNamed(record, t, "BYLAYER")) {
         // BYBLOCK and BYLAYER stay at the end, so a walk meets the
         // drawing's own linetypes first.
-        place = firstNamed(list, t, "BYBLOCK", "BYLAYER");
+        place = firstOfTail(list, t, "BYBLOCK", "BYLAYER");
     } else if (table == ksListBlockHeaders && !isNamed(record, t, "*MODEL_SPACE") &&
                !isNamed(record, t, "*PAPER_SPACE")) {
         // The two spaces stay the last two records.
-        place = firstNamed(list, t, "*MODEL_SPACE", "*PAPER_SPACE");
+        place = firstOfTail(list, t, "*MODEL_SPACE", "*PAPER_SPACE");
     }
     if (place != 0)
         position = ksBeforePlace;
