@@ -278,17 +278,23 @@ ksFcb* ksLoadDrawingInto(const char* path, uint8_t closeAfterLoad, int16_t makeL
 
     fcb->visRetain = fcb->header->VISRETAIN;
     const int16_t version = fcb->fileVersion;
+    // A closing step that fails ends the load with its own number, whatever
+    // the store said on the way.
+    auto failStep = [&](int16_t number) {
+        ksG->errorNumber = number;
+        return abandonLoad(fcb, fcbOut, kPhaseCount);
+    };
     ksG->errorNumber = 131;
     if (!ksG->loadContinue || !ksResolveHeader(fcb))
-        return abandonLoad(fcb, fcbOut, kPhaseCount);
+        return failStep(131);
     ksG->errorNumber = 132;
     if (version >= ksAC1012 && fcb->isDxf && !ksResolveCmlStyle(fcb))
-        return abandonLoad(fcb, fcbOut, kPhaseCount);
+        return failStep(132);
     if (version >= ksAC1015 && fcb->fileType == 1)
         ksFindPlotStyleDictionary(fcb);
     ksG->errorNumber = 133;
     if (version < ksAC1012 && !ksAddDefaultObjects(fcb, nullptr))
-        return abandonLoad(fcb, fcbOut, kPhaseCount);
+        return failStep(133);
     // A drawing asked for with layouts that can't have them is no drawing
     // to hand out: the load fails with the number the layouts left.
     if (makeLayouts && version < ksAC1015) {

@@ -3,8 +3,12 @@
 // header's references, progress, failures and stop requests.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "frame/fcb.h"
@@ -12,6 +16,8 @@
 #include "frame/load.h"
 #include "frame/loadphases.h"
 #include "records/header.h"
+#include "records/object.h"
+#include "records/tables.h"
 #include "store/blob.h"
 #include "store/entitylist.h"
 #include "store/handles.h"
@@ -35,6 +41,10 @@ constexpr Kind kDxf14{"DXF R14", FileKind::dxf, ksAC1014};
 constexpr Kind kDxf12{"DXF R12", FileKind::dxf, ksAC1009};
 constexpr Kind kDwg14{"DWG R14", FileKind::dwg, ksAC1014};
 constexpr Kind kDwg12{"DWG R12", FileKind::dwg, ksAC1009};
+constexpr Kind kDxf13{"DXF R13", FileKind::dxf, ksAC1012};
+constexpr Kind kDwg13{"DWG R13", FileKind::dwg, ksAC1012};
+constexpr Kind kDxf2000{"DXF R2000", FileKind::dxf, ksAC1015};
+constexpr Kind kDwg2000{"DWG R2000", FileKind::dwg, ksAC1015};
 
 uint64_t u64(const ksObjHandle& h) { return ksHandleToU64(h); }
 
@@ -89,11 +99,13 @@ zt::Scripted<ksBlockHeader> block(const char* name, uint64_t handle = 0, int8_t 
     return b;
 }
 
-std::vector<uint8_t> vpEntHeader(int32_t position, const char* name)
+std::vector<uint8_t> vpEntHeader(int32_t position, const char* name, uint64_t viewport = 0, int8_t deleted = 0)
 {
     ksVpEntHeader h{};
+    h.deleted = deleted;
     h.active = 1;
     h.viewportPosition = position;
+    h.viewportHandle = ksHandleFromU64(viewport);
     std::snprintf(h.name, sizeof h.name, "%s", name);
     const auto* bytes = reinterpret_cast<const uint8_t*>(&h);
     return {bytes, bytes + sizeof h};
@@ -101,6 +113,74 @@ std::vector<uint8_t> vpEntHeader(int32_t position, const char* name)
 
 // One 1070 item of value 42 in the DXF and old DWG coding.
 const std::vector<uint8_t> kXdata1070{70, 42, 0};
+
+// vpEntList in list order, as "handle=name/viewportId" (hex handles).
+std::vector<std::string> viewportRefs(ksFcb* fcb)
+{
+    std::vector<std::string> out;
+    ksEntityHeader header;
+    ksEntityBody body;
+    char text[600];
+    for (ksLoc node = ksListFirst(fcb->vpEntList); node != 0; node = ksListNodeNext(node)) {
+        const auto* ref = static_cast<const ksVpEntRef*>(ksRecordOf(node));
+        if (!ksEntityUnpack(fcb, ref->location, &header, &body, nullptr, nullptr))
+            return {"unreadable"};
+        std::snprintf(text, sizeof text, "%llx=%s/%d", static_cast<unsigned long long>(u64(header.handle)),
+                      body.viewport.name, body.viewport.viewportId);
+        out.push_back(text);
+    }
+    return out;
+}
+
+zt::ScriptedObject object(int16_t kind, uint64_t handle, const void* body, size_t size)
+{
+    zt::ScriptedObject o;
+    o.kind = o.header.kind = kind;
+    o.header.handle = ksHandleFromU64(handle);
+    const auto* bytes = static_cast<const uint8_t*>(body);
+    o.body.assign(bytes, bytes + size);
+    return o;
+}
+
+zt::ScriptedObject mlineStyle(uint64_t handle, const char* name)
+{
+    ksMlineStyle m{};
+    std::snprintf(m.name, sizeof m.name, "%s", name);
+    return object(ksKindMlineStyle, handle, &m, sizeof m);
+}
+
+// A dictionary whose entries blob the load takes over.
+zt::ScriptedObject dictionary(uint64_t handle, std::vector<std::pair<const char*, uint64_t>> entries)
+{
+    ksDictionary d{};
+    d.entries = ksBlobNew();
+    ksBlobCursor* out = ksBlobOpenWrite(d.entries);
+    for (auto [name, h] : entries) {
+        ksDictionaryEntry e{};
+        std::snprintf(e.name, sizeof e.name, "%s", name);
+        e.handle = ksHandleFromU64(h);
+        EXPECT_TRUE(ksDictionaryEntryWrite(out, e));
+        ++d.entryCount;
+    }
+    EXPECT_TRUE(ksBlobCloseWrite(out));
+    return object(ksKindDictionary, handle, &d, sizeof d);
+}
+
+std::vector<uint64_t> handlesIn(ksLoc blob)
+{
+    std::vector<uint64_t> out;
+    ksBlobCursor* in = ksBlobOpenRead(blob);
+    ksObjHandle h;
+    while (in && ksBlobReadHandle(in, &h))
+        out.push_back(u64(h));
+    ksBlobCloseRead(in);
+    return out;
+}
+
+void setHeaderName(const char* variable, const char* value)
+{
+    std::snprintf(ksG->headerNames[ksHeaderNameFind(variable)->buffer], ksHeaderNameSize, "%s", value);
+}
 
 std::vector<int> progress;
 int stopAtEntity = -1;
@@ -424,47 +504,224 @@ TEST_F(ResolveTest, StopRequestInTheEntityLoop)
 
 TEST_F(ResolveTest, ExternalReferenceListsOfOldDrawings)
 {
-    script.layers = {zt::layer("0")};
-    script.blockHeaders = {block("XREF", 0, 4), block("PLAIN")};
-    for (int16_t index : {0, 1, 0}) {
-        script.entities.push_back(entity(ksEntInsert));
-        script.entities.back().blockIndex = index;
+    for (const Kind& k : {kDwg12, kDxf12, kDwg13, kDxf14}) {
+        SCOPED_TRACE(k.label);
+        script = zt::ReaderScript{};
+        script.layers = {zt::layer("0")};
+        script.blockHeaders = {block("XREF", 0x50, 4), block("PLAIN", 0x51)};
+        // XREF, PLAIN, XREF: by index (old DWG), name (DXF) or handle (R13 DWG).
+        for (int16_t index : {0, 1, 0}) {
+            zt::ScriptedEntity e = entity(ksEntInsert, 0x60 + script.entities.size());
+            ksEntityBody body{};
+            std::memcpy(&body, e.body.data(), e.body.size());
+            body.insert.blockHandle = ksHandleFromU64(0x50u + static_cast<uint64_t>(index));
+            std::memcpy(e.body.data(), &body, e.body.size());
+            e.blockIndex = index;
+            e.blockName = index == 0 ? "XREF" : "PLAIN";
+            script.entities.push_back(e);
+        }
+        ksFcb* fcb = load(k);
+        ASSERT_NE(fcb, nullptr) << ksErrorNumber();
+        EXPECT_EQ(fcb->pendingRefs1, 0u);
+        EXPECT_EQ(fcb->pendingRefs2, 0u);
+        ksBlockHeader xref = blockNamed(fcb, "XREF");
+        EXPECT_TRUE(ksHandleIsNull(blockNamed(fcb, "PLAIN").xdictHandle));
+        std::vector<uint64_t> inserts;
+        ksEntityHeader eh;
+        ksEntityBody eb;
+        ksListRewind(fcb->modelEntities);
+        while (ksEntityRead(fcb, fcb->modelEntities, &eh, &eb))
+            if (u64(eb.insert.blockHandle) == u64(xref.entryHandle))
+                inserts.push_back(u64(eh.handle));
+        EXPECT_EQ(inserts.size(), 2u);
+        if (k.version >= ksAC1014) {
+            EXPECT_TRUE(ksHandleIsNull(xref.xdictHandle));  // the file has its own
+            EXPECT_EQ(ksCloseDrawing(fcb), 1);
+            continue;
+        }
+        ksObjectHeader head;
+        ksObjectBody body;
+        ASSERT_TRUE(ksObjectSeek(fcb, xref.xdictHandle, &head, &body));
+        ASSERT_EQ(head.kind, ksKindDictionary);
+        EXPECT_EQ(body.dictionary.cloning, 1);
+        ASSERT_EQ(body.dictionary.entryCount, 1);
+        ksBlobCursor* in = ksBlobOpenRead(body.dictionary.entries);
+        ksDictionaryEntry entry;
+        ASSERT_TRUE(ksDictionaryEntryRead(in, &entry));
+        ksBlobCloseRead(in);
+        EXPECT_STREQ(entry.name, "ACAD_BLKREFS");
+        ASSERT_TRUE(ksObjectSeek(fcb, entry.handle, &head, &body));
+        EXPECT_EQ(head.kind, fcb->classNumbers.idBuffer);
+        EXPECT_EQ(handlesIn(head.reactors), std::vector<uint64_t>{u64(xref.xdictHandle)});
+        EXPECT_EQ(body.idBuffer.handleCount, 2);
+        EXPECT_EQ(handlesIn(body.idBuffer.handles), inserts);  // in file order
+        EXPECT_EQ(ksCloseDrawing(fcb), 1);
     }
-    ksFcb* fcb = load(kDwg12);
-    ASSERT_NE(fcb, nullptr) << ksErrorNumber();
-    EXPECT_EQ(fcb->pendingRefs1, 0u);
-    EXPECT_EQ(fcb->pendingRefs2, 0u);
-    ksBlockHeader xref = blockNamed(fcb, "XREF");
-    EXPECT_TRUE(ksHandleIsNull(blockNamed(fcb, "PLAIN").xdictHandle));
-    ksObjectHeader head;
-    ksObjectBody body;
-    ASSERT_TRUE(ksObjectSeek(fcb, xref.xdictHandle, &head, &body));
-    ASSERT_EQ(head.kind, ksKindDictionary);
-    ASSERT_EQ(body.dictionary.entryCount, 1);
-    ksBlobCursor* in = ksBlobOpenRead(body.dictionary.entries);
-    ksDictionaryEntry entry;
-    ASSERT_TRUE(ksDictionaryEntryRead(in, &entry));
-    ksBlobCloseRead(in);
-    EXPECT_STREQ(entry.name, "ACAD_BLKREFS");
-    ASSERT_TRUE(ksObjectSeek(fcb, entry.handle, &head, &body));
-    EXPECT_EQ(head.kind, fcb->classNumbers.idBuffer);
-    EXPECT_EQ(head.reactorCount, 1);
-    // The two INSERTs of XREF, in file order.
-    ASSERT_EQ(body.idBuffer.handleCount, 2);
-    std::vector<uint64_t> inserts, listed;
-    ksEntityHeader eh;
-    ksEntityBody eb;
-    ksListRewind(fcb->modelEntities);
-    while (ksEntityRead(fcb, fcb->modelEntities, &eh, &eb))
-        if (u64(eb.insert.blockHandle) == u64(xref.entryHandle))
-            inserts.push_back(u64(eh.handle));
-    in = ksBlobOpenRead(body.idBuffer.handles);
-    ksObjHandle h;
-    while (ksBlobReadHandle(in, &h))
-        listed.push_back(u64(h));
-    ksBlobCloseRead(in);
-    EXPECT_EQ(listed, inserts);
-    EXPECT_EQ(ksCloseDrawing(fcb), 1);
+}
+
+TEST_F(ResolveTest, NewViewportHeadersByHandle)
+{
+    struct Case {
+        const char* what;
+        std::vector<std::vector<uint8_t>> headers;  // behind the first, which is dropped
+        std::vector<std::string> expected;          // vpEntList
+        bool moved;                                 // viewport 1 wasn't first
+    } cases[] = {
+        {"viewport 1 moves to the head",
+         {vpEntHeader(0, "ONE", 0x92), vpEntHeader(0, "TWO", 0x90), vpEntHeader(0, "THREE", 0x91)},
+         {"92=ONE/1", "90=TWO/2", "91=THREE/3"},
+         true},
+        {"a miss carries on with the last entry",
+         {vpEntHeader(0, "ONE", 0x90), vpEntHeader(0, "MISS", 0x99)},
+         {"90=ONE/1", "91=/0", "92=MISS/2"},
+         false},
+        {"deleted and null headers are passed over",
+         {vpEntHeader(0, "ONE", 0x91), vpEntHeader(0, "TWO", 0x92), vpEntHeader(0, "DEL", 0x90, 1),
+          vpEntHeader(0, "NULL", 0)},
+         {"91=ONE/1", "90=/0", "92=TWO/2"},
+         true},
+    };
+    for (const Kind& k : {kDwg13, kDwg14}) {
+        for (const Case& c : cases) {
+            SCOPED_TRACE(std::string(k.label) + ": " + c.what);
+            script = zt::ReaderScript{};
+            for (uint64_t h : {0x90, 0x91, 0x92}) {
+                script.entities.push_back(entity(ksEntViewport, h, true));
+                script.entities.back().xdata = kXdata1070;
+            }
+            script.vpEntHeaders = c.headers;
+            script.vpEntHeaders.insert(script.vpEntHeaders.begin(), vpEntHeader(0, "DROPPED", 0x90));
+            ksFcb* fcb = load(k);
+            ASSERT_NE(fcb, nullptr) << ksErrorNumber();
+            EXPECT_EQ(viewportRefs(fcb), c.expected);
+            EXPECT_EQ(fcb->paperViewportNode, c.moved ? ksListFirst(fcb->vpEntList) : 0u);
+            EXPECT_EQ(fcb->vpEntRefsSorted, 1);
+            EXPECT_EQ(ksCloseDrawing(fcb), 1);
+        }
+    }
+}
+
+TEST_F(ResolveTest, CurrentMultilineStyleOfDxf)
+{
+    struct Case {
+        const char* name;
+        int found;  // place among the scripted styles; -1 a new one
+    } cases[] = {{"standard", 1}, {"Fancy", 2}, {"NEW", -1}};
+    const uint64_t styles[] = {0x80, 0x81, 0x82, 0x83};
+    for (const Kind& k : {kDxf13, kDxf14}) {
+        for (const Case& c : cases) {
+            SCOPED_TRACE(std::string(k.label) + ": " + c.name);
+            script = zt::ReaderScript{};
+            script.objects = {mlineStyle(0x80, "OTHER"), mlineStyle(0x81, "STANDARD"), mlineStyle(0x82, "FANCY"),
+                              mlineStyle(0x83, "fancy")};
+            const char* name = c.name;
+            script.onHeader = [name](ksFcb*) { setHeaderName("CMLSTYLE", name); };
+            ksFcb* fcb = load(k);
+            ASSERT_NE(fcb, nullptr) << ksErrorNumber();
+            const ksObjHandle got = fcb->header->CMLSTYLE;
+            if (c.found >= 0) {
+                EXPECT_EQ(u64(got), styles[c.found]);
+                EXPECT_EQ(ksObjectCount(fcb), 4u);
+            } else {
+                EXPECT_EQ(ksObjectCount(fcb), 5u);
+                ksObjectHeader head;
+                ksObjectBody body;
+                ASSERT_TRUE(ksObjectSeek(fcb, got, &head, &body));
+                EXPECT_EQ(head.kind, ksKindMlineStyle);
+                EXPECT_STREQ(body.mlineStyle.name, "NEW");
+                EXPECT_LT(u64(got), u64(fcb->header->HANDSEED));  // given out by this drawing
+            }
+            EXPECT_EQ(ksCloseDrawing(fcb), 1);
+        }
+    }
+}
+
+TEST_F(ResolveTest, PlotStyleDictionaryOfAsciiDxf)
+{
+    struct Case {
+        const char* what;
+        Kind kind;
+        bool binary;
+        bool dictionaryFirst;
+        const char* entry;
+        uint64_t expected;
+    } cases[] = {
+        {"ASCII DXF R2000", kDxf2000, false, true, "ACAD_PLOTSTYLENAME", 0x20E},
+        {"no such entry", kDxf2000, false, true, "ACAD_PLOTSTYLE", 0},
+        {"first object not a dictionary", kDxf2000, false, false, "ACAD_PLOTSTYLENAME", 0},
+        {"binary DXF R2000", kDxf2000, true, true, "ACAD_PLOTSTYLENAME", 0},
+        {"ASCII DXF R14", kDxf14, false, true, "ACAD_PLOTSTYLENAME", 0},
+        {"DWG R2000", kDwg2000, false, true, "ACAD_PLOTSTYLENAME", 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        script = zt::ReaderScript{};
+        script.objects = {dictionary(0x20C, {{"ACAD_GROUP", 0x20D}, {c.entry, 0x20E}}), dictionary(0x20D, {}),
+                          dictionary(0x20E, {})};
+        if (!c.dictionaryFirst)
+            script.objects.insert(script.objects.begin(), mlineStyle(0x20B, "STANDARD"));
+        zt::installTestReader(script);
+        const std::filesystem::path file = dir / "drawing";
+        std::string path = file.string();
+        if (c.binary) {
+            std::string content("AutoCAD Binary DXF\r\n\x1a\0", 22);
+            content += "SECTION HEADER $ACADVER AC1015" + std::string(100, '\0');
+            std::ofstream(file, std::ios::binary | std::ios::trunc) << content;
+        } else {
+            zt::writeDrawingStub(file, c.kind.kind, c.kind.version);
+        }
+        ksFcb* fcb = ksLoadDrawing(path.c_str(), 1, 0);
+        ASSERT_NE(fcb, nullptr) << ksErrorNumber();
+        EXPECT_EQ(fcb->fileType, c.binary ? 2 : c.kind.kind == FileKind::dxf ? 1 : 0);
+        EXPECT_EQ(u64(fcb->plotStyleDictionary), c.expected);
+        ksLayer fresh;
+        ksLayerDefaults(fcb, &fresh);
+        EXPECT_EQ(u64(fresh.plotStyleHandle), c.expected);
+        EXPECT_EQ(ksCloseDrawing(fcb), 1);
+    }
+}
+
+TEST_F(ResolveTest, FailuresInTheClosingSteps)
+{
+    // Each step gives a new record a new handle: a first load tells which,
+    // and in a second one an entity already holds it, so the store refuses.
+    struct Case {
+        const char* what;
+        Kind kind;
+        int16_t expected;
+    } cases[] = {
+        {"a $CLAYER layer", kDxf14, 131},
+        {"the $CMLSTYLE style", kDxf14, 132},
+        {"the default objects", kDwg12, 133},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        script = zt::ReaderScript{};
+        script.handlesEnabled = 1;
+        script.handleSeed = 0x100;
+        script.layers = {zt::layer("0", 0x20)};
+        if (c.expected == 131)
+            script.onHeader = [](ksFcb*) { setHeaderName("CLAYER", "NEW"); };
+        ksFcb* fcb = load(c.kind);
+        ASSERT_NE(fcb, nullptr) << ksErrorNumber();
+        ksObjHandle taken = c.expected == 131 ? fcb->header->CLAYER : fcb->header->CMLSTYLE;
+        if (c.expected == 133) {
+            ksObjectHeader head;
+            ksObjectBody body;
+            ksObjectRewind(fcb);
+            ASSERT_TRUE(ksObjectNext(fcb, &head, &body));
+            taken = head.handle;
+        }
+        ASSERT_FALSE(ksHandleIsNull(taken));
+        EXPECT_EQ(ksCloseDrawing(fcb), 1);
+
+        script.entities = {entity(ksEntLine, u64(taken))};
+        const size_t before = ksVmBytesInUse();
+        EXPECT_EQ(load(c.kind), nullptr);
+        EXPECT_EQ(progress.back(), 96);  // past the last phase
+        EXPECT_EQ(ksErrorNumber(), c.expected);
+        EXPECT_EQ(ksVmBytesInUse(), before);
+    }
 }
 
 }  // namespace
