@@ -8,6 +8,7 @@
 #include <functional>
 #include <string>
 #include <tuple>
+#include <variant>
 #include <vector>
 
 #include "bridge/layouts.h"
@@ -59,15 +60,11 @@ protected:
         ASSERT_EQ(ksAddDefaultClasses(fcb), 1);
         fcb->byBlockHandle = add<ksLinetype>(ksListLinetypes, "ByBlock", 0x20);
         fcb->byLayerHandle = add<ksLinetype>(ksListLinetypes, "ByLayer", 0x21);
-        add<ksLinetype>(ksListLinetypes, "Continuous", 0x22);
-        add<ksLinetype>(ksListLinetypes, "Dashed", 0x23);
-        add<ksLayer>(ksListLayers, "0", 0x30);
-        add<ksLayer>(ksListLayers, "Walls", 0x31);
-        add<ksStyle>(ksListShapeFiles, "Standard", 0x40);
-        add<ksStyle>(ksListShapeFiles, "Notes", 0x41);
+        add<ksLinetype>(ksListLinetypes, "Continuous", 0x22), add<ksLinetype>(ksListLinetypes, "Dashed", 0x23);
+        add<ksLayer>(ksListLayers, "0", 0x30), add<ksLayer>(ksListLayers, "Walls", 0x31);
+        add<ksStyle>(ksListShapeFiles, "Standard", 0x40), add<ksStyle>(ksListShapeFiles, "Notes", 0x41);
         add<ksBlockHeader>(ksListBlockHeaders, "Door", 0x50);
-        add<ksDimstyle>(ksListDimStyles, "Standard", 0x60);
-        add<ksDimstyle>(ksListDimStyles, "Arch", 0x61);
+        add<ksDimstyle>(ksListDimStyles, "Standard", 0x60), add<ksDimstyle>(ksListDimStyles, "Arch", 0x61);
         handlerCalls = notices = 0;
     }
     void TearDown() override
@@ -242,10 +239,8 @@ TEST_F(UpgradeTest, DxfResolvesNamesCreatesLayersAndFallsBack)
                                  : t == ksEntLeader ? &b.leader.dimstyleHandle
                                  : t == ksEntTolerance ? &b.tolerance.dimstyleHandle : nullptr;
         auto value = [](const ksObjHandle* h) { return h ? u64(*h) : 0; };
-        EXPECT_EQ(value(style), c.wantStyle) << t;
-        EXPECT_EQ(value(block), c.wantBlock) << t;
-        EXPECT_EQ(value(dim), c.wantDimStyle) << t;
-        EXPECT_EQ(handlerCalls, c.wantHandlerCalls) << t;
+        EXPECT_EQ(std::tuple(value(style), value(block), value(dim), handlerCalls),
+                  std::tuple(c.wantStyle, c.wantBlock, c.wantDimStyle, c.wantHandlerCalls)) << t;
     }
 }
 
@@ -375,47 +370,45 @@ TEST_F(UpgradeTest, StepFailuresAndTheNoticeHook)
 // ---------------------------------------------------------------------------
 // POLYLINE to LWPOLYLINE
 
+// A vertex: X, Y, bulge, its widths (-1: none of its own), flags, extended data.
 struct Vertex {
-    double x, y, bulge = 0;
+    double x, y, bulge = 0, startWidth = -1, endWidth = -1;
     int16_t flags = 0;
-    double startWidth = -1, endWidth = -1;  // -1: none of its own
     bool eed = false;
 };
+constexpr int16_t Kept = -1;  // every record kept as it came, not converted
 
 struct PolyCase {
     const char* name;
     int16_t flags;
     double startWidth, endWidth, thickness, elevation;
     std::vector<Vertex> vertices;
-    bool converted = true;
-    int16_t wantFlags = 0;
+    int16_t want;  // the LWPOLYLINE's flags, or Kept
     double wantConstant = 0;
     std::vector<double> wantBlob = {};  // X, Y, then bulge and widths by the flags
 };
 
 TEST_F(UpgradeTest, PolylineConversionTable)
 {
-    const std::vector<Vertex> square = {{0, 0}, {1, 0}, {1, 1}};
+    const std::vector<Vertex> sq = {{0, 0}, {1, 0}, {1, 1}}, two = {{0, 0}, {1, 0}};
     const PolyCase cases[] = {
-        {"plain", 0, 0, 0, 0, 0, square, true, 0, 0, {0, 0, 1, 0, 1, 1}},
-        {"bulge on the second vertex", 0, 0, 0, 0, 0, {{0, 0}, {1, 0, 0.5}, {1, 1}}, true, ksLwHasBulges, 0,
+        {"plain", 0, 0, 0, 0, 0, sq, 0, 0, {0, 0, 1, 0, 1, 1}},
+        {"bulge on the second vertex", 0, 0, 0, 0, 0, {{0, 0}, {1, 0, 0.5}, {1, 1}}, ksLwHasBulges, 0,
          {0, 0, 0, 1, 0, 0.5, 1, 1, 0}},
-        {"closed and linetype generation", 1 | 128, 0, 0, 0, 0, square, true, ksLwClosed | ksLwPlinegen},
-        {"constant width", 0, 1, 1, 0, 0, square, true, ksLwConstantWidth, 1.0, {0, 0, 1, 0, 1, 1}},
-        {"a vertex start width", 0, 1, 1, 0, 0, {{0, 0, 0, 0, 2}, {1, 0}}, true, ksLwHasWidths, 0,
-         {0, 0, 2, 1, 1, 0, 1, 1}},
-        {"a vertex end width", 0, 1, 1, 0, 0, {{0, 0}, {1, 0, 0, 0, -1, 3}}, true, ksLwHasWidths, 0,
-         {0, 0, 1, 1, 1, 0, 1, 3}},
-        {"start and end differ", 0, 0, 3, 0, 0, {{0, 0}, {1, 0}}, true, ksLwHasWidths, 0, {0, 0, 0, 3, 1, 0, 0, 3}},
-        {"thickness below the threshold", 0, 0, 0, 1e-11, 0, square, true, 0},
-        {"thickness and elevation", 0, 0, 0, 2, 5, square, true, 2 | 8},
-        {"3D", ksPolyline3d, 0, 0, 0, 0, square, false},
-        {"polygon mesh", ksPolylinePolygonMesh, 0, 0, 0, 0, square, false},
-        {"polyface mesh", ksPolylinePolyfaceMesh, 0, 0, 0, 0, square, false},
-        {"curve fit", 2, 0, 0, 0, 0, square, false},
-        {"duplicate vertex", 0, 0, 0, 0, 0, {{0, 0}, {1, 0}, {1, 0}}, false},
-        {"vertex with extended data", 0, 0, 0, 0, 0, {{0, 0}, {1, 0, 0, 0, -1, -1, true}}, false},
-        {"curve-fit tangent on a vertex", 0, 0, 0, 0, 0, {{0, 0}, {1, 0, 0, 2}}, false},
+        {"closed and linetype generation", 1 | 128, 0, 0, 0, 0, sq, ksLwClosed | ksLwPlinegen},
+        {"constant width", 0, 1, 1, 0, 0, sq, ksLwConstantWidth, 1.0, {0, 0, 1, 0, 1, 1}},
+        {"a vertex start width", 0, 1, 1, 0, 0, {{0, 0, 0, 2}, {1, 0}}, ksLwHasWidths, 0, {0, 0, 2, 1, 1, 0, 1, 1}},
+        {"a vertex end width", 0, 1, 1, 0, 0, {{0, 0}, {1, 0, 0, -1, 3}}, ksLwHasWidths, 0, {0, 0, 1, 1, 1, 0, 1, 3}},
+        {"start and end differ", 0, 0, 3, 0, 0, two, ksLwHasWidths, 0, {0, 0, 0, 3, 1, 0, 0, 3}},
+        {"thickness below the threshold", 0, 0, 0, 1e-11, 0, sq, 0},
+        {"thickness and elevation", 0, 0, 0, 2, 5, sq, 2 | 8},
+        {"3D", ksPolyline3d, 0, 0, 0, 0, sq, Kept},
+        {"polygon mesh", ksPolylinePolygonMesh, 0, 0, 0, 0, sq, Kept},
+        {"polyface mesh", ksPolylinePolyfaceMesh, 0, 0, 0, 0, sq, Kept},
+        {"curve fit", 2, 0, 0, 0, 0, sq, Kept},
+        {"duplicate vertex", 0, 0, 0, 0, 0, {{0, 0}, {1, 0}, {1, 0}}, Kept},
+        {"vertex with extended data", 0, 0, 0, 0, 0, {{0, 0}, {1, 0, 0, -1, -1, 0, true}}, Kept},
+        {"curve-fit tangent on a vertex", 0, 0, 0, 0, 0, {{0, 0}, {1, 0, 0, -1, -1, 2}}, Kept},
     };
     setFile(false, ksAC1009);
     for (const PolyCase& c : cases) {
@@ -429,18 +422,14 @@ TEST_F(UpgradeTest, PolylineConversionTable)
             auto fill = [&](ksEntityHeader& h, ksEntityBody& b) {
                 b.vertex = ksVertexBody{{v.x, v.y, c.elevation}, v.flags, v.startWidth, v.endWidth,
                                         v.startWidth >= 0, v.endWidth >= 0, v.bulge, 0, 0, {}};
-                if (v.eed) {  // as a reader may hand it over, already in a blob
-                    h.eed = ksBlobNew();
-                    ksBlobCursor* w = ksBlobOpenWrite(h.eed);
-                    ksBlobWriteInt16(w, 1);
-                    ksBlobCloseWrite(w);
-                }
+                if (v.eed)  // as a reader may hand it over, already in a blob
+                    h.eed = zt::blobOf({1, 0});
             };
             ASSERT_EQ(load(ksEntVertex, refs(), fill), ksEntVertex);
         }
         ASSERT_EQ(load(ksEntSeqend, refs()), ksEntSeqend);
 
-        if (!c.converted) {
+        if (c.want == Kept) {
             std::vector<int16_t> want = {ksEntPolyline};
             want.insert(want.end(), c.vertices.size(), ksEntVertex);
             want.push_back(ksEntSeqend);
@@ -449,13 +438,11 @@ TEST_F(UpgradeTest, PolylineConversionTable)
         }
         auto all = stored(0, from);
         ASSERT_EQ(all.size(), 1u);
-        EXPECT_EQ(all[0].head.type, fcb->classNumbers.lwpolyline);
-        EXPECT_EQ(all[0].head.thickness, c.thickness >= 1e-10 ? c.thickness : 0.0);
         const auto& lw = reinterpret_cast<const ksLwpolyline&>(all[0].body);
-        EXPECT_EQ(lw.vertexCount, static_cast<int32_t>(c.vertices.size()));
-        EXPECT_EQ(lw.flags, c.wantFlags);
-        EXPECT_EQ(lw.constantWidth, c.wantConstant);
-        EXPECT_EQ(lw.elevation, c.elevation);
+        EXPECT_EQ(std::tuple(all[0].head.type, all[0].head.thickness, lw.vertexCount, lw.flags, lw.constantWidth,
+                             lw.elevation),
+                  std::tuple(fcb->classNumbers.lwpolyline, c.thickness >= 1e-10 ? c.thickness : 0.0,
+                             static_cast<int32_t>(c.vertices.size()), c.want, c.wantConstant, c.elevation));
         if (!c.wantBlob.empty()) {
             std::vector<double> blob(ksBlobSize(lw.vertices) / 8);
             ksBlobCursor* in = ksBlobOpenRead(lw.vertices);
@@ -650,40 +637,32 @@ TEST_F(UpgradeTest, ViewportSettingsLeaveTheExtendedData)
 {
     const ksObjHandle acad = add<ksAppid>(ksListRegApps, "ACAD", 0x80);
     static ksXdataItem item;
-    auto build = [&](bool withView) {
+    using Item = std::pair<int16_t, std::variant<int16_t, double, ksPoint3, ksObjHandle, const char*>>;
+    std::vector<Item> view = {{1010, ksPoint3{1, 2, 3}}, {1010, ksPoint3{1e-14, 0, 1}}};
+    for (double d : {0.25, 10.0, 5.0, 6.0, 50.0, 0.5, 0.75})
+        view.emplace_back(1040, d);
+    for (int16_t f : {3, 100, 1, 0, 1, 0, 1, 2})  // status, zoom, bits 128 32 256 512 1024, isometric
+        view.emplace_back(1070, f);
+    for (double d : {0.1, 1.0, 2.0, 0.5, 0.5, 10.0, 10.0})
+        view.emplace_back(1040, d);
+    view.insert(view.end(), {{1070, int16_t{1}} /* 2048 */, {1002, "{"}, {1003, H(0x30)}, {1003, H(0x31)},
+                             {1002, "}"}, {1002, "}"}});
+    auto build = [&](bool withView) {  // another application's items ahead and behind
+        std::vector<Item> items = {{1001, H(0x81)}, {1070, int16_t{42}}, {1001, acad}, {1000, "MVIEW"},
+                                   {1002, "{"},     {1070, int16_t{16}}};
+        items.insert(items.end(), withView ? view.begin() : view.end(), view.end());
+        items.insert(items.end(), {{1001, H(0x82)}, {1000, "behind"}});
         ksLoc blob = ksBlobNew();
         ksBlobCursor* w = ksBlobOpenWrite(blob);
-        auto put = [&](int16_t code, auto value) {
-            if constexpr (std::is_same_v<decltype(value), const char*>)
-                ksXdataSetText(&item, code, value);
-            else
-                ksXdataSet(&item, code, value);
+        for (const Item& it : items) {
+            std::visit([&](auto value) {
+                if constexpr (std::is_same_v<decltype(value), const char*>)
+                    ksXdataSetText(&item, it.first, value);
+                else
+                    ksXdataSet(&item, it.first, value);
+            }, it.second);
             ksXdataWrite(w, &item);
-        };
-        put(1001, H(0x81));
-        put(1070, int16_t{42});  // another application's, ahead
-        put(1001, acad);
-        put(1000, "MVIEW");
-        put(1002, "{");
-        put(1070, int16_t{16});
-        if (withView) {
-            put(1010, ksPoint3{1, 2, 3});
-            put(1010, ksPoint3{1e-14, 0, 1});
-            for (double d : {0.25, 10.0, 5.0, 6.0, 50.0, 0.5, 0.75})
-                put(1040, d);
-            for (int16_t f : {3, 100, 1, 0, 1, 0, 1, 2})  // status, zoom, bits 128 32 256 512 1024, isometric
-                put(1070, f);
-            for (double d : {0.1, 1.0, 2.0, 0.5, 0.5, 10.0, 10.0})
-                put(1040, d);
-            put(1070, int16_t{1});  // 2048
-            put(1002, "{");
-            put(1003, H(0x30));
-            put(1003, H(0x31));
-            put(1002, "}");
-            put(1002, "}");
         }
-        put(1001, H(0x82));
-        put(1000, "behind");
         ksBlobCloseWrite(w);
         return blob;
     };

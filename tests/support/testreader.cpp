@@ -7,9 +7,11 @@
 
 #include "driver/hooks.h"
 #include "frame/globals.h"
+#include "frame/load.h"
 #include "frame/loadphases.h"
 #include "records/header.h"
 #include "store/handles.h"
+#include "store/vm.h"
 
 namespace zt {
 
@@ -383,6 +385,63 @@ std::string writeDrawingStub(const std::filesystem::path& file, FileKind kind, i
     if (!out)
         throw std::runtime_error("can't write " + file.string());
     return file.string();
+}
+
+uint64_t handleOf(ksFcb* fcb, ksTableList table, const char* name)
+{
+    ksObjHandle h{};
+    ksTableFind(fcb, table, name, &h);
+    return u64(h);
+}
+
+std::string names(ksFcb* fcb, ksTableList table)
+{
+    std::vector<uint8_t> record(ksTableLists[table].recordSize);
+    std::string out;
+    ksTableRewind(fcb, table);
+    while (ksTableNext(fcb, table, record.data())) {
+        if (!out.empty())
+            out += ',';
+        out += reinterpret_cast<const char*>(record.data() + ksTableLists[table].nameOffset);
+    }
+    return out;
+}
+
+void ScriptedLoadTest::SetUp()
+{
+    int16_t error = 0;
+    ASSERT_EQ(ksInit(ZEMACAD_INIT_FILE, 0, &error), 1) << error;
+}
+
+void ScriptedLoadTest::TearDown()
+{
+    close();
+    uninstallTestReader();
+    ksShutdown();
+}
+
+void ScriptedLoadTest::close()
+{
+    if (fcb) {
+        EXPECT_EQ(ksCloseDrawing(fcb), 1);
+    }
+    fcb = nullptr;
+}
+
+ksFcb* ScriptedLoadTest::load(const Kind& k)
+{
+    close();
+    installTestReader(script);
+    return fcb = ksLoadDrawing(writeDrawingStub(dir / "drawing", k.kind, k.version).c_str(), 1, 0);
+}
+
+void ScriptedLoadTest::expectRefused(const Kind& k, int16_t error)
+{
+    close();
+    const size_t before = ksVmBytesInUse();
+    EXPECT_EQ(load(k), nullptr);
+    EXPECT_EQ(ksErrorNumber(), error);
+    EXPECT_EQ(ksVmBytesInUse(), before);
 }
 
 }  // namespace zt

@@ -32,12 +32,17 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "frame/fcb.h"
 #include "frame/globals.h"
 #include "frame/readerops.h"
 #include "records/entity.h"
 #include "records/object.h"
 #include "records/tables.h"
+#include "store/handles.h"
+#include "store/tablelist.h"
+#include "support/support.h"
 
 namespace zt {
 
@@ -214,5 +219,47 @@ enum class FileKind { dxf, dwg };
 // -1), or a DWG start, R13 to R2000 or older by the version, padded past
 // the detection window. Returns the path as a string.
 std::string writeDrawingStub(const std::filesystem::path& file, FileKind kind, int16_t version);
+
+// A file kind and version to load a script as, for tables of cases.
+struct Kind {
+    const char* label;
+    FileKind kind;
+    int16_t version;
+    bool dxf() const { return kind == FileKind::dxf; }
+};
+inline constexpr Kind kDxf12{"DXF R12", FileKind::dxf, ksAC1009}, kDxf13{"DXF R13", FileKind::dxf, ksAC1012},
+    kDxf14{"DXF R14", FileKind::dxf, ksAC1014}, kDxf2000{"DXF R2000", FileKind::dxf, ksAC1015},
+    kDwg12{"DWG R12", FileKind::dwg, ksAC1009}, kDwg13{"DWG R13", FileKind::dwg, ksAC1012},
+    kDwg14{"DWG R14", FileKind::dwg, ksAC1014}, kDwg2000{"DWG R2000", FileKind::dwg, ksAC1015};
+
+// One 1070 item of value 42 in the DXF and old DWG coding.
+inline const std::vector<uint8_t> kXdata1070{70, 42, 0};
+
+inline uint64_t u64(const ksObjHandle& h) { return ksHandleToU64(h); }
+// The handle of a table's record by name; 0 for none.
+uint64_t handleOf(ksFcb* fcb, ksTableList table, const char* name);
+// Names of a table's records in list order, joined by commas.
+std::string names(ksFcb* fcb, ksTableList table);
+
+// A fixture for loads of scripts: a running toolkit, the script, a folder
+// for the stub file and `fcb`, the drawing last loaded, which the next
+// load and the end of the test close (checking the close).
+class ScriptedLoadTest : public ::testing::Test {
+protected:
+    ReaderScript script;
+    TempDir dir;
+    ksFcb* fcb = nullptr;
+
+    void SetUp() override;
+    void TearDown() override;
+    void close();
+    // Closes `fcb`, then loads the script as a file of kind `k` into it;
+    // null on failure, with the error in ksErrorNumber().
+    ksFcb* load(const Kind& k);
+    // Loading as `k` fails with `error` and leaves the store as it was.
+    void expectRefused(const Kind& k, int16_t error);
+};
+// Loads the script into the fixture's `fcb`, or ends the test.
+#define ZT_LOAD(k) ASSERT_NE(load(k), nullptr) << ksErrorMessage(ksErrorNumber())
 
 }  // namespace zt
