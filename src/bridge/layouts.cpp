@@ -156,14 +156,7 @@ bool renameEntries(ksFcb* fcb, ksObjectHeader* head, ksObjectBody* body, const k
 
 int16_t ksAddLayoutObjects(ksFcb* fcb, const ksObjHandle* handles)
 {
-    auto take = [&](int slot) {
-        ksObjHandle h;
-        if (handles != nullptr)
-            h = handles[slot];
-        else
-            ksHandleNext(fcb, &h);
-        return h;
-    };
+    auto take = [&](int slot) { return ksHandleFixedOrNext(fcb, handles, slot); };
     ksObjectHeader head;
     ksObjectBody body;
 

@@ -1001,14 +1001,7 @@ bool addDictionary(ksFcb* fcb, const ksObjHandle& handle, const ksObjHandle* own
 
 int16_t ksAddDefaultObjects(ksFcb* fcb, const ksObjHandle* handles)
 {
-    auto take = [&](int slot) {
-        ksObjHandle h;
-        if (handles != nullptr)
-            h = handles[slot];
-        else
-            ksHandleNext(fcb, &h);
-        return h;
-    };
+    auto take = [&](int slot) { return ksHandleFixedOrNext(fcb, handles, slot); };
     const ksObjHandle named = take(24);
     const ksObjHandle groups = take(25);
     const ksObjHandle mlineStyles = take(26);

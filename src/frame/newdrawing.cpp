@@ -40,15 +40,6 @@ ksObjHandle ksFcb::*const kBlockEntitySlots[] = {
 };
 static_assert(std::size(kControlSlots) == ksFixedBlockEntities);
 
-// The handle of a slot: from the table, or the next of the drawing.
-ksObjHandle fixedOrNext(ksFcb* fcb, const ksObjHandle* handles, int slot)
-{
-    if (handles)
-        return handles[slot];
-    ksObjHandle h;
-    ksHandleNext(fcb, &h);
-    return h;
-}
 
 // One of the two space block headers, with its own entity list, which
 // becomes the drawing's list of that space.
@@ -66,15 +57,15 @@ bool addSpace(ksFcb* fcb, const char* name, const ksObjHandle& handle, ksLoc ksF
 // drawing when it fails.
 bool addDefaultRecords(ksFcb* fcb, const ksObjHandle* handles)
 {
-    fcb->byBlockHandle = fixedOrNext(fcb, handles, ksFixedByBlock);
-    fcb->byLayerHandle = fixedOrNext(fcb, handles, ksFixedByLayer);
+    fcb->byBlockHandle = ksHandleFixedOrNext(fcb, handles, ksFixedByBlock);
+    fcb->byLayerHandle = ksHandleFixedOrNext(fcb, handles, ksFixedByLayer);
     return ksAddSpecialLinetypes(fcb) &&
-           ksAddContinuousLinetype(fcb, fixedOrNext(fcb, handles, ksFixedContinuous)) &&
-           ksAddLayerZero(fcb, fixedOrNext(fcb, handles, ksFixedLayerZero)) &&
-           ksAddActiveVport(fcb, fixedOrNext(fcb, handles, ksFixedActiveVport)) &&
-           ksAddAcadRegApp(fcb, fixedOrNext(fcb, handles, ksFixedAcadRegApp)) &&
-           ksAddStandardStyle(fcb, fixedOrNext(fcb, handles, ksFixedStandardStyle)) &&
-           ksAddStandardDimStyle(fcb, fixedOrNext(fcb, handles, ksFixedStandardDimStyle)) &&
+           ksAddContinuousLinetype(fcb, ksHandleFixedOrNext(fcb, handles, ksFixedContinuous)) &&
+           ksAddLayerZero(fcb, ksHandleFixedOrNext(fcb, handles, ksFixedLayerZero)) &&
+           ksAddActiveVport(fcb, ksHandleFixedOrNext(fcb, handles, ksFixedActiveVport)) &&
+           ksAddAcadRegApp(fcb, ksHandleFixedOrNext(fcb, handles, ksFixedAcadRegApp)) &&
+           ksAddStandardStyle(fcb, ksHandleFixedOrNext(fcb, handles, ksFixedStandardStyle)) &&
+           ksAddStandardDimStyle(fcb, ksHandleFixedOrNext(fcb, handles, ksFixedStandardDimStyle)) &&
            ksAddDefaultObjects(fcb, handles) &&
            addSpace(fcb, "*MODEL_SPACE", fcb->modelBlockHandle, &ksFcb::modelEntities) &&
            addSpace(fcb, "*PAPER_SPACE", fcb->paperBlockHandle, &ksFcb::paperEntities);
@@ -129,7 +120,7 @@ ksFcb* ksNewDrawing(const ksObjHandle* handles, const ksClass* classes, int16_t 
             ksHandleNext(fcb, &(fcb->*field));
     }
     for (int i = 0; i < 4; ++i)
-        fcb->*kBlockEntitySlots[i] = fixedOrNext(fcb, handles, ksFixedBlockEntities + i);
+        fcb->*kBlockEntitySlots[i] = ksHandleFixedOrNext(fcb, handles, ksFixedBlockEntities + i);
 
     if (!addClasses(fcb, classes, classCount) || !addDefaultRecords(fcb, handles))
         return abandon(fcb);

@@ -17,6 +17,15 @@ void ksHandleNext(ksFcb* fcb, ksObjHandle* out)
     ksHandleIncrement(&fcb->nextHandle);
 }
 
+ksObjHandle ksHandleFixedOrNext(ksFcb* fcb, const ksObjHandle* handles, int slot)
+{
+    if (handles != nullptr)
+        return handles[slot];
+    ksObjHandle h;
+    ksHandleNext(fcb, &h);
+    return h;
+}
+
 int ksHandleLength(const ksObjHandle& handle)
 {
     int leadingZeros = 0;

@@ -14,6 +14,9 @@ struct ksFcb;
 int16_t ksHandleIncrement(ksObjHandle* handle);
 // Copies the drawing's nextHandle to *out and increments nextHandle.
 void ksHandleNext(ksFcb* fcb, ksObjHandle* out);
+// The handle of a slot of a table of fixed handles, or, without a table,
+// the drawing's next handle.
+ksObjHandle ksHandleFixedOrNext(ksFcb* fcb, const ksObjHandle* handles, int slot);
 // Significant length: 8 less the leading zero bytes; 0 for the null handle.
 int ksHandleLength(const ksObjHandle& handle);
 
