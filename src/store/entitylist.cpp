@@ -550,7 +550,10 @@ bool indexNode(ksFcb* fcb, ksLoc list, ksLoc node, const ksEntityHeader& header)
 int16_t addAt(ksFcb* fcb, ksLoc list, const ksEntityHeader* header, const void* body, int16_t position,
               ksLoc place)
 {
-    if (ksBtreeFind(fcb, header->handle) != 0) {  // refuse before anything changes
+    // An INSERT notes itself in its block's reference list while it is
+    // packed, so a duplicate is refused before that; any other entity is
+    // refused by the index itself, which takes the node out again.
+    if (header->type == ksEntInsert && ksBtreeFind(fcb, header->handle) != 0) {
         ksSetError(172);
         ksG->duplicateHandle = header->handle;
         return 0;
