@@ -1,0 +1,672 @@
+// The DXF group writer. Every group is put together straight in the output
+// buffer: the code, the value in its ASCII or binary form, the line end.
+// Numbers are formatted by std::to_chars, whose bytes are those of the C
+// formats "%d", "%.Nf" and "%.NE" in the C locale; no group allocates.
+#include "dxfwrite/groups.h"
+
+#include <algorithm>
+#include <bit>
+#include <charconv>
+#include <cmath>
+#include <cstring>
+
+#include "driver/hooks.h"
+#include "frame/fcb.h"
+#include "frame/globals.h"
+#include "frame/save.h"
+#include "records/tables.h"
+#include "store/blob.h"
+#include "store/handles.h"
+#include "store/list.h"
+#include "store/record.h"
+
+namespace {
+
+// ---- Output ----------------------------------------------------------------
+
+// Bytes on their way to one file: the open output's large buffer, or a
+// small one of a single call's own for a file without an open output.
+struct Sink {
+    ksStream* stream;
+    char* buffer;
+    uint32_t used;
+    uint32_t size;
+};
+
+Sink output{};  // the open output of the save in progress
+
+// The most one group of a fixed-size value takes: a code of 8 bytes, a
+// value of ksDxfRealTextMax and its line end.
+constexpr uint32_t kGroupMax = 64;
+constexpr uint32_t kSpareSize = 512;
+static_assert(kGroupMax <= kSpareSize);
+
+// Bytes to the file. When the file refuses them the number is 27; an error
+// handler is told (3) and the rest is tried once more after it returns.
+bool writeFile(ksStream* stream, const char* bytes, size_t count)
+{
+    const size_t written = ksFileWrite(bytes, 1, count, stream);
+    if (written == count)
+        return true;
+    ksG->errorNumber = 27;
+    if (ksG->errorHandler == nullptr)
+        return false;
+    ksG->errorHandler(3);
+    const size_t rest = count - written;
+    return ksFileWrite(bytes + written, 1, rest, stream) == rest;
+}
+
+// Empties the buffer into the file. Refused bytes are dropped with it.
+bool flush(Sink& sink)
+{
+    const uint32_t count = sink.used;
+    sink.used = 0;
+    return count == 0 || writeFile(sink.stream, sink.buffer, count);
+}
+
+// Room for `count` bytes (at most the sink's size) at the end of the sink.
+inline char* room(Sink& sink, uint32_t count)
+{
+    if (sink.size - sink.used < count && !flush(sink))
+        return nullptr;
+    return sink.buffer + sink.used;
+}
+
+inline void commit(Sink& sink, const char* end) { sink.used = static_cast<uint32_t>(end - sink.buffer); }
+
+// Bytes of any count.
+bool put(Sink& sink, const char* bytes, size_t count)
+{
+    while (count > 0) {
+        if (sink.used == sink.size && !flush(sink))
+            return false;
+        const size_t part = std::min<size_t>(count, sink.size - sink.used);
+        std::memcpy(sink.buffer + sink.used, bytes, part);
+        sink.used += static_cast<uint32_t>(part);
+        bytes += part;
+        count -= part;
+    }
+    return true;
+}
+
+// Runs one group's writing on the target's sink; a target without an open
+// output gets a sink of this call, emptied at its end.
+template <typename Write>
+int16_t withSink(ksFcb* fcb, Write&& write)
+{
+    if (output.buffer != nullptr && output.stream == fcb->outputFile)
+        return write(output) ? 1 : 0;
+    char spare[kSpareSize];
+    Sink sink{fcb->outputFile, spare, 0, kSpareSize};
+    return write(sink) && flush(sink) ? 1 : 0;
+}
+
+// ---- Codes and fixed-size values ------------------------------------------
+
+inline bool isBinary(const ksFcb* fcb) { return fcb->fileType == 2; }
+
+inline char* lineEnd(char* p)
+{
+    p[0] = '\r';
+    p[1] = '\n';
+    return p + 2;
+}
+
+// A decimal integer right-aligned in `width` columns ("%*d").
+char* rightAligned(char* p, int32_t value, int width)
+{
+    char digits[12];
+    const auto count = static_cast<int>(std::to_chars(digits, digits + sizeof digits, value).ptr - digits);
+    for (int i = count; i < width; ++i)
+        *p++ = ' ';
+    std::memcpy(p, digits, static_cast<size_t>(count));
+    return p + count;
+}
+
+template <typename Unsigned>
+char* littleEndian(char* p, Unsigned value)
+{
+    for (size_t i = 0; i < sizeof value; ++i)
+        *p++ = static_cast<char>(value >> (8 * i));
+    return p;
+}
+
+// The group code. ASCII: three columns and a line end. Binary: two bytes,
+// low first; before R13 codes up to 254 take one byte, and the byte 255
+// comes before the two bytes of any other (255 itself included, since a
+// reader takes that byte for the mark).
+char* putCode(char* p, const ksFcb* fcb, int16_t group)
+{
+    if (!isBinary(fcb))
+        return lineEnd(rightAligned(p, group, 3));
+    const auto code = static_cast<uint16_t>(group);
+    if (fcb->outputVersion < ksAC1012) {
+        if (code < 255) {
+            *p++ = static_cast<char>(code);
+            return p;
+        }
+        *p++ = static_cast<char>(255);
+    }
+    return littleEndian(p, code);
+}
+
+// One group of a value of fixed size: putValue(p, binary) writes the value
+// and returns its end; ASCII gets the line end after it.
+template <typename PutValue>
+int16_t writeGroup(ksFcb* fcb, int16_t group, PutValue&& putValue)
+{
+    return withSink(fcb, [&](Sink& sink) {
+        char* p = room(sink, kGroupMax);
+        if (p == nullptr)
+            return false;
+        const bool binary = isBinary(fcb);
+        p = putValue(putCode(p, fcb, group), binary);
+        commit(sink, binary ? p : lineEnd(p));
+        return true;
+    });
+}
+
+// A group of a text value: the code, the bytes from emit(sink), then CR LF
+// or NUL.
+template <typename Emit>
+int16_t writeTextGroup(ksFcb* fcb, int16_t group, Emit&& emit)
+{
+    return withSink(fcb, [&](Sink& sink) {
+        char* p = room(sink, kGroupMax);
+        if (p == nullptr)
+            return false;
+        commit(sink, putCode(p, fcb, group));
+        if (!emit(sink))
+            return false;
+        return isBinary(fcb) ? put(sink, "", 1) : put(sink, "\r\n", 2);
+    });
+}
+
+// ---- Reals -----------------------------------------------------------------
+
+constexpr double kPowersOfTen[ksDxfMaxPrecision + 1] = {
+    1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15, 1e16,
+};
+constexpr double kExponentFormFrom = 1e16;
+constexpr uint64_t kExponentBits = 0x7FF0000000000000;
+constexpr int kFullPlaces = 16;
+
+inline int placesInUse() { return std::clamp<int>(ksG->dxfPrecision, 0, ksDxfMaxPrecision); }
+
+// units / 10^places in decimals, with the sign in front.
+char* withPoint(char* out, bool negative, uint64_t units, int places)
+{
+    char digits[24];
+    const auto count = static_cast<int>(std::to_chars(digits, digits + sizeof digits, units).ptr - digits);
+    if (negative)
+        *out++ = '-';
+    const int whole = count - places;
+    if (whole <= 0) {
+        *out++ = '0';
+        *out++ = '.';
+        std::memset(out, '0', static_cast<size_t>(-whole));
+        out += -whole;
+        std::memcpy(out, digits, static_cast<size_t>(count));
+        return out + count;
+    }
+    std::memcpy(out, digits, static_cast<size_t>(whole));
+    out += whole;
+    if (places > 0) {
+        *out++ = '.';
+        std::memcpy(out, digits + whole, static_cast<size_t>(places));
+        out += places;
+    }
+    return out;
+}
+
+// "%.{places}f". The quick way scales by 10^places, an exact power, and
+// rounds to whole units. Below 2^52 the product's fraction, and that less
+// one half, are exact multiples of its last place, while its rounding
+// error is at most half of that place: a fraction other than one half
+// lies on the same side of it as the exact product's. A half may stem
+// from rounding; it takes to_chars's exact digits, as larger values do.
+char* fixedForm(char* out, double value, int places)
+{
+    const double scaled = std::fabs(value) * kPowersOfTen[places];
+    if (scaled < 0x1p52) {
+        const double whole = std::floor(scaled);
+        const double overHalf = (scaled - whole) - 0.5;
+        if (overHalf != 0.0) {
+            const uint64_t units = static_cast<uint64_t>(whole) + (overHalf > 0 ? 1 : 0);
+            return withPoint(out, std::signbit(value), units, places);
+        }
+    }
+    return std::to_chars(out, out + ksDxfRealTextMax, value, std::chars_format::fixed, places).ptr;
+}
+
+// "%.{places}E": to_chars's exponent has at least two digits, as that of
+// the C format; letters are made upper case ("E", "INF").
+char* exponentForm(char* out, double value, int places)
+{
+    char* end = std::to_chars(out, out + ksDxfRealTextMax, value, std::chars_format::scientific, places).ptr;
+    for (char* c = out; c != end; ++c) {
+        if (*c >= 'a' && *c <= 'z')
+            *c = static_cast<char>(*c - 'a' + 'A');
+    }
+    return end;
+}
+
+// Cuts trailing zeros, at most `most` of them.
+inline char* cutZeros(char* end, int most)
+{
+    for (; most > 0 && end[-1] == '0'; --most)
+        --end;
+    return end;
+}
+
+}  // namespace
+
+// ---- Output ------------------------------------------------------------------
+
+int16_t ksDxfOpenOutput(ksFcb* target)
+{
+    if (output.buffer == nullptr) {
+        ksG->errorNumber = 12;
+        output.buffer = static_cast<char*>(ksMemAlloc(ksDxfOutputBufferSize));
+        if (output.buffer == nullptr) {
+            output = Sink{};
+            ksAllocFailed(12);
+            return 0;
+        }
+    }
+    output.stream = target->outputFile;
+    output.used = 0;
+    output.size = ksDxfOutputBufferSize;
+    return 1;
+}
+
+int16_t ksDxfFlushOutput(ksFcb* target)
+{
+    if (output.buffer == nullptr || output.stream != target->outputFile)
+        return 1;
+    return flush(output) ? 1 : 0;
+}
+
+int16_t ksDxfCloseOutput(ksFcb* target)
+{
+    if (output.buffer == nullptr || output.stream != target->outputFile)
+        return 1;
+    const bool flushed = flush(output);
+    ksMemFree(output.buffer);
+    output = Sink{};
+    return flushed ? 1 : 0;
+}
+
+// ---- Number forms --------------------------------------------------------------
+
+int16_t ksDxfSetFormat(int16_t negativeZero, int16_t precision, int16_t writeZeroZ)
+{
+    precision = ksSetDxfNumberFormats(negativeZero, precision, writeZeroZ);
+    // Divided step by step: for most precisions this isn't the double
+    // nearest to 0.5 x 10^-precision, and the files show the difference
+    // at the threshold.
+    double threshold = 0.5;
+    for (int i = 0; i < precision; ++i)
+        threshold /= 10.0;
+    ksG->dxfHalfUnit = threshold;
+    return precision;
+}
+
+size_t ksDxfFormatReal(double value, char* out)
+{
+    const int places = placesInUse();
+    if ((std::bit_cast<uint64_t>(value) & kExponentBits) == 0)
+        value = 0.0;  // zero and denormals, of either sign
+    const double size = std::fabs(value);
+    char* end = out;
+    if (size < ksG->dxfHalfUnit) {
+        if (ksG->dxfNegativeZero && value < 0)
+            *end++ = '-';
+        std::memcpy(end, "0.0", 3);
+        end += 3;
+    } else if (size >= kExponentFormFrom) {
+        end = exponentForm(out, value, places);
+    } else {
+        end = cutZeros(fixedForm(out, value, places), places - 1);
+    }
+    return static_cast<size_t>(end - out);
+}
+
+size_t ksDxfFormatRealFull(double value, char* out)
+{
+    char* end = std::fabs(value) >= kExponentFormFrom ? exponentForm(out, value, placesInUse())
+                                                      : cutZeros(fixedForm(out, value, kFullPlaces), kFullPlaces - 1);
+    return static_cast<size_t>(end - out);
+}
+
+size_t ksDxfHandleText(const ksObjHandle& handle, char* out)
+{
+    static constexpr char kDigits[] = "0123456789ABCDEF";
+    size_t n = 0;
+    int i = 0;
+    while (i < 8 && handle.bytes[i] == 0)
+        ++i;
+    if (i == 8) {
+        out[n++] = '0';
+    } else {
+        if (handle.bytes[i] >> 4)
+            out[n++] = kDigits[handle.bytes[i] >> 4];
+        out[n++] = kDigits[handle.bytes[i] & 15];
+        while (++i < 8) {
+            out[n++] = kDigits[handle.bytes[i] >> 4];
+            out[n++] = kDigits[handle.bytes[i] & 15];
+        }
+    }
+    out[n] = '\0';
+    return n;
+}
+
+size_t ksDxfShortName(const char* name, size_t length, int32_t limit, int32_t index, char* out)
+{
+    const bool coded = length >= 2 && name[0] == '\\' && name[1] != '\0' && std::strchr("MUmu", name[1]) != nullptr;
+    const size_t count = coded ? length / 7 : length;
+    size_t n = length;
+    size_t counted = count;
+    std::memcpy(out, name, length);
+    if (count > static_cast<size_t>(std::max(limit, 0))) {
+        char digits[12];
+        const auto digitCount = static_cast<int32_t>(std::to_chars(digits, digits + sizeof digits, index).ptr - digits);
+        const auto keep = static_cast<size_t>(std::max(limit - digitCount, 0));
+        if (coded) {
+            n = keep * 7;
+            counted = keep;
+        } else {
+            n = keep;
+            std::memcpy(out + n, digits, static_cast<size_t>(digitCount));
+            n += static_cast<size_t>(digitCount);
+            counted = n;
+        }
+    }
+    for (size_t i = 0; i < counted && i < n; ++i) {
+        const auto byte = static_cast<uint8_t>(out[i]);
+        if (byte == ' ' || byte == '(' || byte == ')' || byte == 0xBD)
+            out[i] = '_';
+    }
+    for (size_t i = 0; i < n; ++i) {
+        if (out[i] >= 'a' && out[i] <= 'z')
+            out[i] = static_cast<char>(out[i] - 'a' + 'A');
+    }
+    out[n] = '\0';
+    return n;
+}
+
+// ---- Groups ------------------------------------------------------------------------
+
+int16_t ksDxfWriteText(ksFcb* fcb, int16_t group, const char* text)
+{
+    return writeTextGroup(fcb, group, [&](Sink& sink) { return put(sink, text, std::strlen(text)); });
+}
+
+int16_t ksDxfWriteCoded(ksFcb* fcb, int16_t group, const char* text)
+{
+    return writeTextGroup(fcb, group, [&](Sink& sink) {
+        char coded[256];
+        size_t n = 0;
+        for (size_t index = 0; text[index] != '\0'; ++index) {
+            if (n > sizeof coded - 2) {
+                if (!put(sink, coded, n))
+                    return false;
+                n = 0;
+            }
+            const auto byte = static_cast<uint8_t>(text[index]);
+            if (byte < 32) {
+                coded[n++] = '^';
+                coded[n++] = static_cast<char>(byte + 64);
+            } else if (byte == '^' && !(index % 2 == 1 && static_cast<uint8_t>(text[index - 1]) >= 0x80)) {
+                coded[n++] = '^';
+                coded[n++] = ' ';
+            } else {
+                coded[n++] = static_cast<char>(byte);
+            }
+        }
+        return put(sink, coded, n);
+    });
+}
+
+int16_t ksDxfWriteInt16(ksFcb* fcb, int16_t group, int16_t value)
+{
+    return writeGroup(fcb, group, [&](char* p, bool binary) {
+        return binary ? littleEndian(p, static_cast<uint16_t>(value)) : rightAligned(p, value, placesInUse());
+    });
+}
+
+int16_t ksDxfWriteInt8(ksFcb* fcb, int16_t group, int8_t value)
+{
+    return writeGroup(fcb, group, [&](char* p, bool binary) {
+        return binary ? littleEndian(p, static_cast<uint8_t>(value)) : rightAligned(p, value, placesInUse());
+    });
+}
+
+int16_t ksDxfWriteInt32(ksFcb* fcb, int16_t group, int32_t value)
+{
+    return writeGroup(fcb, group, [&](char* p, bool binary) {
+        return binary ? littleEndian(p, static_cast<uint32_t>(value)) : rightAligned(p, value, 9);
+    });
+}
+
+int16_t ksDxfWriteChar(ksFcb* fcb, int16_t group, char value)
+{
+    return writeGroup(fcb, group, [&](char* p, bool binary) {
+        *p++ = value;
+        if (binary)
+            *p++ = '\0';
+        return p;
+    });
+}
+
+int16_t ksDxfWriteReal(ksFcb* fcb, int16_t group, double value)
+{
+    return writeGroup(fcb, group, [&](char* p, bool binary) {
+        return binary ? littleEndian(p, std::bit_cast<uint64_t>(value)) : p + ksDxfFormatReal(value, p);
+    });
+}
+
+int16_t ksDxfWriteRealFull(ksFcb* fcb, int16_t group, double value)
+{
+    return writeGroup(fcb, group, [&](char* p, bool binary) {
+        return binary ? littleEndian(p, std::bit_cast<uint64_t>(value)) : p + ksDxfFormatRealFull(value, p);
+    });
+}
+
+int16_t ksDxfWriteAngle(ksFcb* fcb, int16_t group, double radians)
+{
+    return ksDxfWriteReal(fcb, group, ksDxfDegrees(radians));
+}
+
+int16_t ksDxfWriteHandle(ksFcb* fcb, int16_t group, const ksObjHandle& handle)
+{
+    char text[17];
+    ksDxfHandleText(handle, text);
+    return ksDxfWriteText(fcb, group, text);
+}
+
+int16_t ksDxfWriteBytes(ksFcb* fcb, int16_t group, const uint8_t* bytes, uint8_t count)
+{
+    if (isBinary(fcb)) {
+        return withSink(fcb, [&](Sink& sink) {
+            char* p = room(sink, kGroupMax);
+            if (p == nullptr)
+                return false;
+            p = putCode(p, fcb, group);
+            *p++ = static_cast<char>(count);
+            commit(sink, p);
+            return put(sink, reinterpret_cast<const char*>(bytes), count);
+        });
+    }
+    return writeTextGroup(fcb, group, [&](Sink& sink) {
+        static constexpr char kDigits[] = "0123456789ABCDEF";
+        char hex[2 * 255];
+        for (size_t i = 0; i < count; ++i) {
+            hex[2 * i] = kDigits[bytes[i] >> 4];
+            hex[2 * i + 1] = kDigits[bytes[i] & 15];
+        }
+        return put(sink, hex, 2 * size_t{count});
+    });
+}
+
+int16_t ksDxfWriteDate(ksFcb* fcb, int16_t group, const ksDate& date, int16_t decimals)
+{
+    const double days = date.days + date.milliseconds / 8.64e7;
+    const int places = std::clamp<int>(decimals, 0, kFullPlaces);
+    return writeGroup(fcb, group, [&](char* p, bool binary) {
+        if (binary)
+            return littleEndian(p, std::bit_cast<uint64_t>(days));
+        // A day count is far below 1e16, so the fixed form stays short.
+        return std::to_chars(p, p + ksDxfRealTextMax, days, std::chars_format::fixed, places).ptr;
+    });
+}
+
+namespace {
+
+// The place of the block of that name in the source's block table, walked
+// by its links so that the table's cursor stays where it stood.
+bool findBlock(ksFcb* source, const char* name, ksObjHandle* handle, int32_t* index)
+{
+    int32_t place = 0;
+    for (ksLoc node = ksListFirst(source->blockHeaders); node != 0; node = ksListNodeNext(node), ++place) {
+        const auto* block = static_cast<const ksBlockHeader*>(ksRecordOf(node));
+        if (ksStrCompare(block->name, name) == 0) {
+            *handle = block->entryHandle;
+            *index = place;
+            return true;
+        }
+    }
+    return false;
+}
+
+// The room that the source's xrefNames leave the name of that block, or
+// `otherwise` without an entry.
+int32_t xrefRoom(const ksFcb* source, const ksObjHandle& block, int32_t otherwise)
+{
+    if (source->xrefNames == 0)
+        return otherwise;
+    ksBlobCursor* cursor = ksBlobOpenRead(source->xrefNames);
+    if (cursor == nullptr)
+        return otherwise;
+    uint8_t entry[ksXrefNameEntrySize];
+    int32_t room = otherwise;
+    while (ksBlobRead(cursor, entry, ksXrefNameEntrySize)) {
+        if (std::memcmp(entry, block.bytes, sizeof block.bytes) == 0) {
+            uint32_t bits = 0;
+            for (int i = 0; i < 4; ++i)
+                bits |= static_cast<uint32_t>(entry[ksXrefNameRoomOffset + i]) << (8 * i);
+            room = static_cast<int32_t>(bits);
+            break;
+        }
+    }
+    ksBlobCloseRead(cursor);
+    return room;
+}
+
+}  // namespace
+
+int16_t ksDxfWriteName(ksFcb* source, ksFcb* fcb, int16_t group, const char* name, int32_t index, int32_t limit)
+{
+    if (fcb->outputVersion >= ksAC1015)
+        return ksDxfWriteText(fcb, group, name);
+    constexpr int32_t kDefaultLimit = 26;
+    char shortened[2 * ksTableNameSize + 32];
+    const size_t length = strnlen(name, ksTableNameSize);
+    const auto* bar = static_cast<const char*>(std::memchr(name, '|', length));
+    if (bar == nullptr) {
+        ksDxfShortName(name, length, limit, index, shortened);
+        return ksDxfWriteText(fcb, group, shortened);
+    }
+    const auto prefixLength = static_cast<size_t>(bar - name);
+    char prefix[ksTableNameSize];
+    std::memcpy(prefix, name, prefixLength);
+    prefix[prefixLength] = '\0';
+    ksObjHandle block{};
+    int32_t blockIndex = 0;
+    int32_t prefixLimit = kDefaultLimit;
+    if (findBlock(source, prefix, &block, &blockIndex))
+        prefixLimit = xrefRoom(source, block, kDefaultLimit);
+    size_t n = ksDxfShortName(prefix, prefixLength, prefixLimit, blockIndex, shortened);
+    shortened[n++] = '|';
+    ksDxfShortName(bar + 1, length - prefixLength - 1, limit, index, shortened + n);
+    return ksDxfWriteText(fcb, group, shortened);
+}
+
+int16_t ksDxfWritePoint2(ksFcb* fcb, int16_t group, const ksPoint2& p)
+{
+    return ksDxfWriteReal(fcb, group, p.x) && ksDxfWriteReal(fcb, group + 10, p.y);
+}
+
+int16_t ksDxfWritePoint3(ksFcb* fcb, int16_t group, const ksPoint3& p)
+{
+    return ksDxfWriteReal(fcb, group, p.x) && ksDxfWriteReal(fcb, group + 10, p.y) &&
+           ksDxfWriteReal(fcb, group + 20, p.z);
+}
+
+int16_t ksDxfWritePoint2Full(ksFcb* fcb, int16_t group, const ksPoint2& p)
+{
+    return ksDxfWriteRealFull(fcb, group, p.x) && ksDxfWriteRealFull(fcb, group + 10, p.y);
+}
+
+int16_t ksDxfWritePoint3Full(ksFcb* fcb, int16_t group, const ksPoint3& p)
+{
+    return ksDxfWriteRealFull(fcb, group, p.x) && ksDxfWriteRealFull(fcb, group + 10, p.y) &&
+           ksDxfWriteRealFull(fcb, group + 20, p.z);
+}
+
+int16_t ksDxfWritePointVar(ksFcb* fcb, const ksPoint3& p, int16_t group)
+{
+    const bool z = fcb->outputVersion >= ksAC1006 && (ksG->dxfWriteZeroZ || p.z != 0.0);
+    return ksDxfWritePoint2(fcb, group, {p.x, p.y}) && (!z || ksDxfWriteReal(fcb, group + 20, p.z));
+}
+
+int16_t ksDxfWritePointKeepZ(ksFcb* fcb, int16_t group, const ksPoint3& p)
+{
+    const bool z = fcb->outputVersion >= ksAC1006 || p.z != 0.0;
+    return ksDxfWritePoint2(fcb, group, {p.x, p.y}) && (!z || ksDxfWriteReal(fcb, group + 20, p.z));
+}
+
+int16_t ksDxfHeaderInt(ksFcb* fcb, const char* name, int16_t value, int16_t group)
+{
+    return ksDxfWriteText(fcb, 9, name) && ksDxfWriteInt16(fcb, group, value);
+}
+
+int16_t ksDxfHeaderText(ksFcb* fcb, const char* name, const char* text, int16_t group)
+{
+    return ksDxfWriteText(fcb, 9, name) && ksDxfWriteText(fcb, group, text);
+}
+
+int16_t ksDxfHeaderReal(ksFcb* fcb, const char* name, double value, int16_t group)
+{
+    return ksDxfWriteText(fcb, 9, name) && ksDxfWriteReal(fcb, group, value);
+}
+
+int16_t ksDxfHeaderAngle(ksFcb* fcb, const char* name, double radians, int16_t group)
+{
+    return ksDxfWriteText(fcb, 9, name) && ksDxfWriteAngle(fcb, group, radians);
+}
+
+int16_t ksDxfHeaderPoint2(ksFcb* fcb, const char* name, const ksPoint2& p, int16_t group)
+{
+    return ksDxfWriteText(fcb, 9, name) && ksDxfWritePoint2(fcb, group, p);
+}
+
+int16_t ksDxfHeaderPoint3(ksFcb* fcb, const char* name, const ksPoint3& p, int16_t group)
+{
+    return ksDxfWriteText(fcb, 9, name) && ksDxfWritePoint3(fcb, group, p);
+}
+
+int16_t ksDxfHeaderPoint3Full(ksFcb* fcb, const char* name, const ksPoint3& p, int16_t group)
+{
+    return ksDxfWriteText(fcb, 9, name) && ksDxfWritePoint3Full(fcb, group, p);
+}
+
+int16_t ksDxfHeaderByte(ksFcb* fcb, const char* name, int8_t value, int16_t group)
+{
+    return ksDxfWriteText(fcb, 9, name) && ksDxfWriteInt16(fcb, group, value);
+}
+
+int16_t ksDxfHeaderDate(ksFcb* fcb, const char* name, const ksDate& date, int16_t decimals)
+{
+    return ksDxfWriteText(fcb, 9, name) && ksDxfWriteDate(fcb, 40, date, decimals);
+}
