@@ -9,6 +9,8 @@
 #include <cstring>
 
 #include "driver/hooks.h"
+#include "dxfwrite/dxfwrite.h"
+#include "dxfwrite/groups.h"
 #include "frame/fcb.h"
 #include "frame/globals.h"
 #include "records/classent.h"
@@ -43,7 +45,7 @@ namespace {
 
 // The writers of this build, one per file kind and release range. A row
 // stays null until its writer exists; saves that need it are refused.
-ksSaveWriters writers = {nullptr, nullptr, nullptr, nullptr};
+ksSaveWriters writers = {nullptr, nullptr, ksDxfSaveOld, ksDxfSaveR13};
 
 constexpr int kScratchCount = 4;
 
@@ -315,8 +317,11 @@ void ksFreeSaveTarget(ksFcb* target)
 {
     if (target == nullptr)
         return;
-    if (target->outputFile)
+    if (target->outputFile) {
+        // The DXF writer's gathered groups go to the file before it closes.
+        ksDxfCloseOutput(target);
         ksFileCloseOutput(target->outputFile);
+    }
     ksMemFree(target->writeBlock);
     ksMemFree(target->header);
     ksMemFree(target);
