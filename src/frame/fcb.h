@@ -159,6 +159,15 @@ struct ksFcb {
     // R2000 DXF: the ACAD_PLOTSTYLENAME dictionary of the named object
     // dictionary; null when none.
     ksObjHandle plotStyleDictionary;
+
+    // ---- The file reader's own state, and what frees it (set by a reader
+    // that keeps state between its operations; the load calls it when it
+    // closes the input and when the drawing is freed).
+    void* dwgState;
+    void (*releaseReader)(ksFcb*);
+    // A read operation failed inside a list, as opposed to reaching its
+    // end: -1 keeps the phase's error number, any other number replaces it.
+    int16_t failureNumber;
 };
 
 inline constexpr int ksFcbListCount = 12;

@@ -120,6 +120,10 @@ void makeControlHandles(ksFcb* fcb)
 
 void closeInput(ksFcb* fcb)
 {
+    if (fcb->releaseReader) {
+        fcb->releaseReader(fcb);
+        fcb->releaseReader = nullptr;
+    }
     if (fcb->file) {
         ksFileClose(fcb->file);
         fcb->file = nullptr;

@@ -667,9 +667,12 @@ int16_t ksLoadEntities(ksFcb* fcb, ksLoc modelList, ksLoc paperList, uint8_t mak
     for (;;) {
         ksG->errorNumber = phaseError;
         int16_t hasExtended = 0;
+        fcb->failureNumber = 0;
         if (!readEntity(fcb, &hasExtended)) {
-            // The end of the list, unless the reader said more.
-            if (ksG->errorNumber != phaseError && ksG->errorNumber != 0)
+            // The end of the list, unless the reader failed or said more.
+            if (fcb->failureNumber != 0)
+                failure = fcb->failureNumber > 0 ? fcb->failureNumber : phaseError;
+            else if (ksG->errorNumber != phaseError && ksG->errorNumber != 0)
                 failure = ksG->errorNumber;
             break;
         }
@@ -782,9 +785,16 @@ int16_t ksLoadObjects(ksFcb* fcb)
         return 0;
     for (;;) {
         ksG->errorNumber = phaseError;
+        fcb->failureNumber = 0;
         int16_t kind = ksOpNextObjectType(fcb);
-        if (kind == 0)
+        if (kind == 0) {
+            if (fcb->failureNumber != 0) {
+                if (fcb->failureNumber > 0)
+                    ksG->errorNumber = fcb->failureNumber;
+                return 0;
+            }
             break;
+        }
         ksReadObjectOp read = ksOpReadObject;
         switch (kind) {
         case ksKindDictionary:
