@@ -147,6 +147,11 @@ void ksDwgFillOps(struct ksReaderOps* ops);
 
 // ---- Objects by handle
 
+// Reads the object map at st.objectMapPos into st.map, sorted by handle
+// (entries of one handle keep their file order). False when a page runs
+// out of the image or a code is bad.
+bool ksReadObjectMap(ksDwgState& st);
+
 // Positions the reader on the object with this handle (its size word) and
 // makes the handle current. 0 for the null handle and a handle the map
 // doesn't hold.

@@ -168,6 +168,12 @@ struct ksFcb {
     // A read operation failed inside a list, as opposed to reaching its
     // end: -1 keeps the phase's error number, any other number replaces it.
     int16_t failureNumber;
+
+    // The preview images of a DWG file from R13 on, kept for a DWG save:
+    // previewFlags bit 0 a BMP in bmpBlob, bit 1 a WMF in wmfBlob.
+    uint8_t previewFlags;
+    ksLoc bmpBlob;
+    ksLoc wmfBlob;
 };
 
 inline constexpr int ksFcbListCount = 12;

@@ -17,6 +17,7 @@
 #include "frame/save.h"
 #include "records/header.h"
 #include "records/object.h"
+#include "store/blob.h"
 #include "store/btree.h"
 #include "store/entitylist.h"
 #include "store/list.h"
@@ -145,6 +146,9 @@ void freeDrawing(ksFcb* fcb)
     ksXdataFreePending(fcb);
     ksLoadEntityCacheFree(fcb);
     ksBtreeFree(fcb);
+    ksBlobFree(fcb->bmpBlob);
+    ksBlobFree(fcb->wmfBlob);
+    fcb->bmpBlob = fcb->wmfBlob = 0;
     closeInput(fcb);
     ksMemFree(fcb->header);
     ksFreeFcb(fcb);
