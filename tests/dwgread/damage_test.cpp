@@ -7,16 +7,17 @@
 
 #include "frame/globals.h"
 #include "frame/load.h"
+#include "frame/readerops.h"
 #include "support/fixtures.h"
 #include "support/support.h"
 
 namespace {
 
-// One drawing per release whose whole content the reader takes.
+// Drawings whose whole content the reader takes.
 constexpr const char* kFiles[] = {
-    "dwg/AC1012/example_r13.dwg",
     "dwg/AC1014/line_R14.dwg",
     "dwg/AC1015/line_2000.dwg",
+    "dwg/AC1015/Constraints.dwg",
 };
 
 // The object map's position: locator 2 of the file header.
@@ -29,6 +30,11 @@ uint32_t objectMapPosition(const std::vector<uint8_t>& bytes)
 
 class DamagedDwg : public zt::ToolkitTest {
 protected:
+    void SetUp() override
+    {
+        ASSERT_NO_FATAL_FAILURE(zt::ToolkitTest::SetUp());
+        ksInstallDwgReader();
+    }
     // 1 when the bytes load; 0 with the error number, which must be set.
     int load(const std::vector<uint8_t>& bytes, int32_t* error)
     {
