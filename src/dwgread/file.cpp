@@ -386,6 +386,8 @@ int16_t ksDwgReadHeader(ksFcb* fcb)
         return 0;
     }
     ksHeader& h = *fcb->header;
+    std::memcpy(h.ACADVER, ksVersionNames[version], 6);
+    h.ACADVER[6] = '\0';
     h.ACADMAINTVER = version >= ksAC1015 ? static_cast<int8_t>(image[11]) : (image[11] & 1);
     st->previewPos = le32(image + 13);
     h.DWGCODEPAGE = static_cast<int16_t>(le16(image + 19));
