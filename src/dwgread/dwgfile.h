@@ -42,6 +42,7 @@
 
 struct ksLayer;
 struct ksBlockHeader;
+struct ksEntityHeader;
 
 // One object map entry.
 struct ksDwgMapEntry {
@@ -203,6 +204,21 @@ ksLoc ksCopyBits(ksBitReader& r, int32_t* bitCount);
 // Typed handles up to the end of the object, 9 bytes each (handle, kind),
 // into a new blob; *count gets their number.
 ksLoc ksReadReferences(ksBitReader& r, int32_t* count);
+
+// ---- Entities
+
+// The common handles, read where a body reader's data ends: the stream
+// moves to the handle stream first. 0 when the body's data ran into the
+// handles or the stream went bad.
+int16_t ksReadEntityHandles(ksFcb* fcb, ksEntityHeader* header);
+
+// Sets the handle of the entity to read next, once the entity `self` of
+// type `code` (a code in memory) has been read; `next` is its link to the
+// next entity, `hasAttributes` that of an INSERT. The handles that a
+// complex entity reads behind its body stand in the state (firstSub,
+// lastSub, seqend).
+void ksDwgChainNext(ksDwgState& st, int16_t code, const ksObjHandle& self, const ksObjHandle& next,
+                    bool hasAttributes);
 
 // A failure inside a read operation, which the load must not take for the
 // end of a list: notes it in fcb->failureNumber (number, or -1 to keep the
