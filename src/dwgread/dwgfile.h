@@ -130,6 +130,12 @@ struct ksDwgState {
     std::vector<ksObjHandle> objectList;
     size_t objectNext = 0;
 
+    // Progress along the two chains: their byte spans (found at the first
+    // call) and the last result.
+    uint8_t progressReady = 0;
+    int64_t paperStart = 0, paperSpan = 0, modelStart = 0, modelSpan = 0;
+    int16_t progressLast = 0;
+
     // Applications: an index counted by readRegApp.
     int16_t regAppIndex = 0;
 
@@ -169,9 +175,14 @@ int16_t ksSeekHandle(ksFcb* fcb, const ksObjHandle& handle);
 //                drop the image
 int16_t ksOpenObject(ksFcb* fcb, ksObjHandle* handleOut, int16_t* hasExtended, bool isEntity, ksLoc* graphicOut);
 
-// The type code of the object at the position, without opening it; 0 when
-// none can be read.
+// The type code of the object at the position, without opening it; -1
+// when no object can be read there (outside the file, or cut short by its
+// end).
 int16_t ksPeekObjectType(ksFcb* fcb);
+
+// The share of the entity chains read, 1 to 100, measured by the file
+// position of the entity last sought within the spans of the two chains.
+int16_t ksReadProgress(ksFcb* fcb);
 
 // ---- Tables
 

@@ -47,6 +47,7 @@ void releaseState(ksFcb* fcb)
 {
     delete ksDwg(fcb);
     fcb->dwgState = nullptr;
+    fcb->readProgress = nullptr;
 }
 
 // Reads the whole file into the image, with 8 zero bytes behind it.
@@ -373,6 +374,7 @@ int16_t ksDwgReadHeader(ksFcb* fcb)
     st->version = version;
     fcb->dwgState = st;
     fcb->releaseReader = releaseState;
+    fcb->readProgress = ksReadProgress;
     fcb->bmpBlob = fcb->wmfBlob = 0;
     fcb->previewFlags = 0;
     std::memset(fcb->tableCount, 0, sizeof fcb->tableCount);
@@ -636,7 +638,7 @@ int16_t ksPeekObjectType(ksFcb* fcb)
     ksDwgState& st = *ksDwg(fcb);
     const uint32_t pos = st.pos;
     if (uint64_t{pos} + 4 > st.size)
-        return 0;
+        return -1;
     const uint8_t* image = st.image.data();
     uint32_t size = le16(image + pos);
     uint32_t dataAt = pos + 2;
@@ -644,12 +646,46 @@ int16_t ksPeekObjectType(ksFcb* fcb)
         size = (size & 0x7fff) + uint32_t{le16(image + pos + 2)} * 32768;
         dataAt += 2;
     }
-    if (dataAt >= st.size)
-        return 0;
+    // An object cut short by the end of the file can't be read.
+    if (uint64_t{dataAt} + size > st.size)
+        return -1;
     ksBitReader r{};
-    ksBitReaderOpen(r, image + dataAt, std::min<uint64_t>({size, st.size - dataAt, 3}), dataAt);
+    ksBitReaderOpen(r, image + dataAt, std::min<uint64_t>(size, 3), dataAt);
     const int16_t type = ksReadBS(r);
-    return r.bad ? 0 : type;
+    return r.bad ? -1 : type;
+}
+
+int16_t ksReadProgress(ksFcb* fcb)
+{
+    ksDwgState& st = *ksDwg(fcb);
+    const uint32_t at = st.pos;
+    const size_t cursor = st.mapCursor;
+    const ksObjHandle current = st.currentHandle;
+    if (!st.progressReady) {
+        // The span of a chain: from its first entity to its last.
+        auto span = [&](const ksObjHandle& first, const ksObjHandle& last, int64_t* start, int64_t* length) {
+            *start = *length = 0;
+            if (!ksSeekHandle(fcb, first))
+                return;
+            *start = st.pos;
+            if (ksSeekHandle(fcb, last))
+                *length = std::max<int64_t>(0, int64_t{st.pos} - *start);
+        };
+        span(st.paperFirst, st.paperLast, &st.paperStart, &st.paperSpan);
+        span(st.modelFirst, st.modelLast, &st.modelStart, &st.modelSpan);
+        st.progressReady = 1;
+        st.progressLast = 0;
+    } else {
+        const int64_t sum = st.paperSpan + st.modelSpan;
+        const int64_t done = st.secondPass ? int64_t{at} - st.modelStart + st.paperSpan : int64_t{at} - st.paperStart;
+        int64_t p = sum == 0 ? 100 : 100 * done / sum + 1;
+        if (p >= 1 && p <= 100)
+            st.progressLast = static_cast<int16_t>(p);
+    }
+    st.pos = at;
+    st.mapCursor = cursor;
+    st.currentHandle = current;
+    return st.progressLast;
 }
 
 // ---------------------------------------------------------------------------

@@ -165,6 +165,9 @@ struct ksFcb {
     // closes the input and when the drawing is freed).
     void* dwgState;
     void (*releaseReader)(ksFcb*);
+    // The share of the entity lists read so far, 0 to 100, for a reader
+    // whose file position says nothing about it; null otherwise.
+    int16_t (*readProgress)(ksFcb*);
     // A read operation failed inside a list, as opposed to reaching its
     // end: -1 keeps the phase's error number, any other number replaces it.
     int16_t failureNumber;

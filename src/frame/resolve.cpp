@@ -286,8 +286,15 @@ struct Progress {
     {
         if (size <= 0 || ksG->loadProgress == nullptr)
             return;
-        long at = ksFileTell(fcb->file);
-        int p = at <= 0 ? 0 : static_cast<int>(static_cast<long long>(at) * 100 / size);
+        int p;
+        if (fcb->readProgress != nullptr) {
+            // A reader that doesn't read its file in order tells how far
+            // along its lists it is.
+            p = fcb->readProgress(fcb);
+        } else {
+            long at = ksFileTell(fcb->file);
+            p = at <= 0 ? 0 : static_cast<int>(static_cast<long long>(at) * 100 / size);
+        }
         p = p / 5 * 5;
         if (p > 100)
             p = 100;
