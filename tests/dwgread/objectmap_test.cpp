@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <map>
+#include <numeric>
 #include <random>
 #include <vector>
 
@@ -16,44 +17,30 @@
 
 namespace {
 
-struct Entry {
-    uint64_t handle;
-    uint32_t location;
-};
+using Entries = std::vector<std::pair<uint64_t, uint32_t>>;  // handle, location
 
 // Pages as a writer makes them: at most 2032 bytes of size and entries,
 // deltas from the entry before, absolute at a page's start, and an empty
 // closing page.
-std::vector<uint8_t> writeMap(const std::vector<Entry>& entries, bool closingPage = true)
+std::vector<uint8_t> writeMap(const Entries& entries, bool closingPage = true)
 {
     std::vector<uint8_t> out;
-    size_t i = 0;
     auto page = [&](size_t from, size_t to) {
-        std::vector<uint8_t> body;
-        uint64_t handle = 0;
-        int64_t location = 0;
+        std::vector<uint8_t> page = {0, 0};
+        uint8_t code[10];
         for (size_t k = from; k < to; ++k) {
-            uint8_t code[10];
-            body.insert(body.end(), code, code + ksWriteModularU(entries[k].handle - handle, code));
-            body.insert(body.end(), code,
-                        code + ksWriteModularS(static_cast<int32_t>(entries[k].location - location), code));
-            handle = entries[k].handle;
-            location = entries[k].location;
+            const auto [handle, location] = k == from ? Entries::value_type{0, 0} : entries[k - 1];
+            page.insert(page.end(), code, code + ksWriteModularU(entries[k].first - handle, code));
+            page.insert(page.end(), code, code + ksWriteModularS(int32_t(entries[k].second - location), code));
         }
-        const size_t size = body.size() + 2;
-        out.push_back(static_cast<uint8_t>(size >> 8));
-        out.push_back(static_cast<uint8_t>(size));
-        out.insert(out.end(), body.begin(), body.end());
-        const uint16_t crc = ksCrc16(ksCrcSeed, out.data() + out.size() - size, size);
-        out.push_back(static_cast<uint8_t>(crc >> 8));
-        out.push_back(static_cast<uint8_t>(crc));
+        page[0] = uint8_t(page.size() >> 8), page[1] = uint8_t(page.size());
+        const uint16_t crc = ksCrc16(ksCrcSeed, page.data(), page.size());
+        page.insert(page.end(), {uint8_t(crc >> 8), uint8_t(crc)});
+        out.insert(out.end(), page.begin(), page.end());
     };
-    while (i < entries.size()) {
-        // Each entry takes at most 10 + 5 bytes; stay under 2032.
-        size_t to = std::min(entries.size(), i + 2000 / 15);
-        page(i, to);
-        i = to;
-    }
+    // Each entry takes at most 10 + 5 bytes; stay under 2032.
+    for (size_t from = 0; from < entries.size(); from += 2000 / 15)
+        page(from, std::min(entries.size(), from + 2000 / 15));
     if (closingPage)
         page(0, 0);
     return out;
@@ -63,7 +50,7 @@ ksDwgState stateOver(std::vector<uint8_t> bytes)
 {
     ksDwgState st;
     st.version = ksAC1015;
-    st.size = static_cast<uint32_t>(bytes.size());
+    st.size = uint32_t(bytes.size());
     bytes.resize(bytes.size() + 8, 0);
     st.image = std::move(bytes);
     st.objectMapPos = 0;
@@ -74,71 +61,67 @@ class ObjectMap : public zt::ToolkitTest {
 protected:
     void SetUp() override
     {
-        zt::ToolkitTest::SetUp();
-        fcb_ = ksNewFcb();
-        ASSERT_NE(fcb_, nullptr);
+        ASSERT_NO_FATAL_FAILURE(zt::ToolkitTest::SetUp());
+        ASSERT_NE(fcb = ksNewFcb(), nullptr);
     }
     void TearDown() override
     {
-        fcb_->dwgState = nullptr;
-        ksFreeFcb(fcb_);
+        fcb->dwgState = nullptr;
+        ksFreeFcb(fcb);
         zt::ToolkitTest::TearDown();
     }
-    ksFcb* fcb_ = nullptr;
+    // Whether the handle is found, at the location.
+    bool at(ksDwgState& st, uint64_t handle, uint32_t location)
+    {
+        fcb->dwgState = &st;
+        return ksSeekHandle(fcb, ksHandleFromU64(handle)) && st.pos == location;
+    }
+    ksFcb* fcb = nullptr;
 };
 
 TEST_F(ObjectMap, MillionEntriesFoundInAnyOrder)
 {
     std::mt19937_64 rng(7);
-    std::vector<Entry> entries;
+    Entries entries;
     uint64_t handle = 0;
-    uint32_t location = 0x100;
-    for (int i = 0; i < 1'000'000; ++i) {
+    for (uint32_t i = 0, location = 0x100; i < 1'000'000; ++i) {
         handle += 1 + rng() % 3;  // gaps leave handles the map doesn't hold
-        location += 10 + static_cast<uint32_t>(rng() % 200);
-        entries.push_back({handle, location});
+        location += 10 + uint32_t(rng() % 200);
+        entries.emplace_back(handle, location);
     }
     ksDwgState st = stateOver(writeMap(entries));
     ASSERT_TRUE(ksReadObjectMap(st));
     ASSERT_EQ(st.map.size(), entries.size());
-    fcb_->dwgState = &st;
 
     // Random order, then the ascending walk of a chain.
     std::vector<size_t> order(entries.size());
-    for (size_t i = 0; i < order.size(); ++i)
-        order[i] = i;
+    std::iota(order.begin(), order.end(), 0);
     std::shuffle(order.begin(), order.end(), rng);
     size_t wrong = 0;
-    for (size_t i : order) {
-        if (!ksSeekHandle(fcb_, ksHandleFromU64(entries[i].handle)) || st.pos != entries[i].location)
-            ++wrong;
-    }
-    EXPECT_EQ(wrong, 0u);
-    for (const Entry& e : entries)
-        wrong += !ksSeekHandle(fcb_, ksHandleFromU64(e.handle)) || st.pos != e.location;
+    for (size_t i : order)
+        wrong += !at(st, entries[i].first, entries[i].second);
+    for (const auto& [h, location] : entries)
+        wrong += !at(st, h, location);
     EXPECT_EQ(wrong, 0u);
 
     // Handles between entries, above all and the null handle are absent;
     // a seek after a miss still works.
     for (size_t i = 0; i + 1 < 2000; ++i) {
-        if (entries[i + 1].handle - entries[i].handle > 1) {
-            EXPECT_EQ(ksSeekHandle(fcb_, ksHandleFromU64(entries[i].handle + 1)), 0);
+        if (entries[i + 1].first - entries[i].first > 1) {
+            EXPECT_EQ(ksSeekHandle(fcb, ksHandleFromU64(entries[i].first + 1)), 0);
         }
     }
-    EXPECT_EQ(ksSeekHandle(fcb_, ksHandleFromU64(handle + 1)), 0);
-    EXPECT_EQ(ksSeekHandle(fcb_, ksObjHandle{}), 0);
-    EXPECT_EQ(ksSeekHandle(fcb_, ksHandleFromU64(entries[5].handle)), 1);
-    EXPECT_EQ(st.pos, entries[5].location);
-    EXPECT_EQ(ksHandleToU64(st.currentHandle), entries[5].handle);
+    EXPECT_EQ(ksSeekHandle(fcb, ksHandleFromU64(handle + 1)), 0);
+    EXPECT_EQ(ksSeekHandle(fcb, ksObjHandle{}), 0);
+    EXPECT_TRUE(at(st, entries[5].first, entries[5].second));
+    EXPECT_EQ(ksHandleToU64(st.currentHandle), entries[5].first);
 }
 
 TEST_F(ObjectMap, EndsAndDamage)
 {
     // A page whose last location delta is 0 ends the list there, closing
     // page or not; what follows is not read.
-    std::vector<Entry> entries{{1, 100}, {2, 100}};
-    std::vector<uint8_t> bytes = writeMap(entries, false);
-    std::vector<uint8_t> more = writeMap({{9, 900}});
+    std::vector<uint8_t> bytes = writeMap({{1, 100}, {2, 100}}, false), more = writeMap({{9, 900}});
     bytes.insert(bytes.end(), more.begin(), more.end());
     ksDwgState st = stateOver(bytes);
     ASSERT_TRUE(ksReadObjectMap(st));
@@ -146,31 +129,25 @@ TEST_F(ObjectMap, EndsAndDamage)
 
     // Unsorted entries (a page going back) are sorted, so every one is
     // found.
-    ksDwgState back = stateOver([] {
-        std::vector<uint8_t> a = writeMap({{50, 500}, {60, 600}}, false);
-        std::vector<uint8_t> b = writeMap({{10, 100}});
-        a.insert(a.end(), b.begin(), b.end());
-        return a;
-    }());
+    bytes = writeMap({{50, 500}, {60, 600}}, false), more = writeMap({{10, 100}});
+    bytes.insert(bytes.end(), more.begin(), more.end());
+    ksDwgState back = stateOver(bytes);
     ASSERT_TRUE(ksReadObjectMap(back));
-    fcb_->dwgState = &back;
-    for (auto [h, at] : std::map<uint64_t, uint32_t>{{10, 100}, {50, 500}, {60, 600}}) {
-        EXPECT_EQ(ksSeekHandle(fcb_, ksHandleFromU64(h)), 1);
-        EXPECT_EQ(back.pos, at);
-    }
+    for (auto [h, location] : std::map<uint64_t, uint32_t>{{10, 100}, {50, 500}, {60, 600}})
+        EXPECT_TRUE(at(back, h, location)) << h;
 
     // A map cut anywhere, or with a page size beyond the file, is refused;
     // random bytes never crash and never read outside the image.
-    std::vector<uint8_t> whole = writeMap({{1, 10}, {2, 20}, {3, 30}});
+    const std::vector<uint8_t> whole = writeMap({{1, 10}, {2, 20}, {3, 30}});
     for (size_t cut = 0; cut + 1 < whole.size(); ++cut) {
-        ksDwgState part = stateOver({whole.begin(), whole.begin() + static_cast<long>(cut)});
+        ksDwgState part = stateOver({whole.begin(), whole.begin() + long(cut)});
         EXPECT_FALSE(ksReadObjectMap(part)) << "cut at " << cut;
     }
     std::mt19937 rng(3);
     for (int i = 0; i < 2000; ++i) {
         std::vector<uint8_t> noise(rng() % 64);
         for (uint8_t& b : noise)
-            b = static_cast<uint8_t>(rng());
+            b = uint8_t(rng());
         ksDwgState junk = stateOver(noise);
         ksReadObjectMap(junk);
     }
