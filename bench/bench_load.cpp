@@ -4,6 +4,9 @@
 //   LoadStart/<folder>  ksLoadDrawing and ksCloseDrawing of every file
 //                       (files per second): detection, open and whatever
 //                       the load gets through
+//   LoadDwg/<release>   whole loads of the R13, R14 and R2000 DWG files
+//                       (bytes per second of the files; `loaded` counts
+//                       the files that load completely)
 // One benchmark per corpus folder (dwg, dxf, dxf-binary), plus Sniff/all.
 //
 // Run: build/bench/zemacad_bench [--benchmark_filter=Sniff]
@@ -37,6 +40,7 @@ struct Folder {
     std::string name;
     std::vector<Sample> samples;
     size_t headBytes = 0;
+    size_t fileBytes = 0;
 };
 
 fs::path corpusRoot()
@@ -66,6 +70,7 @@ Folder readFolder(const fs::path& root, const std::string& name)
         in.read(reinterpret_cast<char*>(sample.head.data()), static_cast<std::streamsize>(ksSniffSize));
         sample.head.resize(static_cast<size_t>(in.gcount()));
         folder.headBytes += sample.head.size();
+        folder.fileBytes += static_cast<size_t>(fs::file_size(path, ec));
         folder.samples.push_back(std::move(sample));
     }
     return folder;
@@ -102,6 +107,7 @@ void loadStart(benchmark::State& state, const Folder* folder)
         }
     }
     state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * folder->samples.size()));
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * folder->fileBytes));
     state.counters["loaded"] = benchmark::Counter(static_cast<double>(loaded) / static_cast<double>(state.iterations()));
 }
 
@@ -132,7 +138,7 @@ int main(int argc, char** argv)
 
     // Kept alive until the run ends: the benchmarks point into them.
     std::vector<Folder> folders;
-    for (const char* name : {"dwg", "dxf", "dxf-binary"}) {
+    for (const char* name : {"dwg", "dxf", "dxf-binary", "dwg/AC1012", "dwg/AC1014", "dwg/AC1015"}) {
         if (fs::is_directory(root / name, ec))
             folders.push_back(readFolder(root, name));
     }
@@ -141,17 +147,25 @@ int main(int argc, char** argv)
         if (folder.samples.empty())
             continue;
         all.push_back(&folder);
-        benchmark::RegisterBenchmark(("Sniff/" + folder.name).c_str(), sniffAll,
-                                     std::vector<const Folder*>{&folder});
+        if (!folder.name.starts_with("dwg/"))
+            benchmark::RegisterBenchmark(("Sniff/" + folder.name).c_str(), sniffAll,
+                                         std::vector<const Folder*>{&folder});
     }
     if (all.empty()) {
         std::printf("zemacad_bench: no drawings under %s: nothing measured\n", root.c_str());
         ksShutdown();
         return 0;
     }
-    benchmark::RegisterBenchmark("Sniff/all", sniffAll, all);
+    std::vector<const Folder*> top;
     for (const Folder* folder : all)
-        benchmark::RegisterBenchmark(("LoadStart/" + folder->name).c_str(), loadStart, folder);
+        if (!folder->name.starts_with("dwg/"))
+            top.push_back(folder);
+    benchmark::RegisterBenchmark("Sniff/all", sniffAll, top);
+    for (const Folder* folder : all) {
+        const bool release = folder->name.starts_with("dwg/");
+        const std::string name = release ? "LoadDwg/" + folder->name.substr(4) : "LoadStart/" + folder->name;
+        benchmark::RegisterBenchmark(name.c_str(), loadStart, folder);
+    }
 
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();

@@ -159,6 +159,24 @@ struct ksFcb {
     // R2000 DXF: the ACAD_PLOTSTYLENAME dictionary of the named object
     // dictionary; null when none.
     ksObjHandle plotStyleDictionary;
+
+    // ---- The file reader's own state, and what frees it (set by a reader
+    // that keeps state between its operations; the load calls it when it
+    // closes the input and when the drawing is freed).
+    void* dwgState;
+    void (*releaseReader)(ksFcb*);
+    // The share of the entity lists read so far, 0 to 100, for a reader
+    // whose file position says nothing about it; null otherwise.
+    int16_t (*readProgress)(ksFcb*);
+    // A read operation failed inside a list, as opposed to reaching its
+    // end: -1 keeps the phase's error number, any other number replaces it.
+    int16_t failureNumber;
+
+    // The preview images of a DWG file from R13 on, kept for a DWG save:
+    // previewFlags bit 0 a BMP in bmpBlob, bit 1 a WMF in wmfBlob.
+    uint8_t previewFlags;
+    ksLoc bmpBlob;
+    ksLoc wmfBlob;
 };
 
 inline constexpr int ksFcbListCount = 12;

@@ -17,6 +17,7 @@
 #include "frame/save.h"
 #include "records/header.h"
 #include "records/object.h"
+#include "store/blob.h"
 #include "store/btree.h"
 #include "store/entitylist.h"
 #include "store/list.h"
@@ -120,6 +121,10 @@ void makeControlHandles(ksFcb* fcb)
 
 void closeInput(ksFcb* fcb)
 {
+    if (fcb->releaseReader) {
+        fcb->releaseReader(fcb);
+        fcb->releaseReader = nullptr;
+    }
     if (fcb->file) {
         ksFileClose(fcb->file);
         fcb->file = nullptr;
@@ -141,6 +146,9 @@ void freeDrawing(ksFcb* fcb)
     ksXdataFreePending(fcb);
     ksLoadEntityCacheFree(fcb);
     ksBtreeFree(fcb);
+    ksBlobFree(fcb->bmpBlob);
+    ksBlobFree(fcb->wmfBlob);
+    fcb->bmpBlob = fcb->wmfBlob = 0;
     closeInput(fcb);
     ksMemFree(fcb->header);
     ksFreeFcb(fcb);

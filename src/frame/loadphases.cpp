@@ -453,8 +453,15 @@ int16_t ksLoadClasses(ksFcb* fcb)
     for (;;) {
         ksClassDefaults(&record);
         ksG->errorNumber = phaseError;
-        if (!ksOpReadClass(fcb, &record))
+        fcb->failureNumber = 0;
+        if (!ksOpReadClass(fcb, &record)) {
+            if (fcb->failureNumber != 0) {
+                if (fcb->failureNumber > 0)
+                    ksG->errorNumber = fcb->failureNumber;
+                return 0;
+            }
             break;
+        }
         if (fcb->isDxf)
             record.classNumber = number;
         ++number;

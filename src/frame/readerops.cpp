@@ -6,9 +6,9 @@
 
 void ksInstallDwgReader()
 {
-    // The DWG reader modules fill their slots here as they are built; an
-    // empty slot makes its forwarder fail.
+    // An empty slot makes its forwarder fail.
     ksG->dwgOps = ksReaderOps{};
+    ksDwgFillOps(&ksG->dwgOps);
 }
 
 void ksInstallDxfReader()

@@ -71,6 +71,9 @@ inline constexpr int ksReaderSlotCount = 37;
 void ksInstallDwgReader();
 void ksInstallDxfReader();
 
+// The reader modules' registrations: each fills the slots it serves.
+void ksDwgFillOps(ksReaderOps* ops);  // DWG from R13 on (dwgread/)
+
 // One forwarder per slot, taking the drawing first. A null slot returns
 // false (0) and leaves the error number the caller set.
 int16_t ksOpNextObjectType(ksFcb* fcb);

@@ -150,22 +150,29 @@ struct NameIndex {
 // ---- Block headers
 
 // What the load notes of a space while it reads the block headers.
+// One of the two spaces while the block headers load: the record the file
+// gave for it, when it gave one, with its blobs and extended data.
 struct Space {
-    char name[ksTableNameSize];
-    int8_t flags = 0;
+    ksBlockHeader record{};
+    bool fromFile = false;
     ksBlockWork work{};
+
+    Space() { ksBlockHeaderDefaults(&record); }
+    ~Space() { dropBlockBlobs(record); }
+    Space(const Space&) = delete;
+    Space& operator=(const Space&) = delete;
 };
 
 // Adds one space's record at the tail of blockHeaders, with a new list
-// that becomes the drawing's list of that space.
-bool addSpace(ksFcb* fcb, const Space& space, ksObjHandle* handle, ksLoc* entities, int32_t* position)
+// that becomes the drawing's list of that space. The record passes to the
+// list with its blobs.
+bool addSpace(ksFcb* fcb, Space& space, ksObjHandle* handle, ksLoc* entities, int32_t* position)
 {
     if (ksHandleIsNull(*handle))
         ksHandleNext(fcb, handle);
     BlockNode node{};
-    ksBlockHeaderDefaults(&node.record);
-    setText(node.record.name, space.name);
-    node.record.flags = space.flags;
+    node.record = space.record;
+    node.record.deleted = 0;
     node.record.entryHandle = *handle;
     node.work = space.work;
     *position = space.work.filePosition;
@@ -175,6 +182,8 @@ bool addSpace(ksFcb* fcb, const Space& space, ksObjHandle* handle, ksLoc* entiti
         ksListFree(node.record.entities);
         return false;
     }
+    // The list owns the blobs now.
+    space.record.eed = space.record.reactors = space.record.previewData = 0;
     *entities = node.record.entities;
     return true;
 }
@@ -286,8 +295,15 @@ struct Progress {
     {
         if (size <= 0 || ksG->loadProgress == nullptr)
             return;
-        long at = ksFileTell(fcb->file);
-        int p = at <= 0 ? 0 : static_cast<int>(static_cast<long long>(at) * 100 / size);
+        int p;
+        if (fcb->readProgress != nullptr) {
+            // A reader that doesn't read its file in order tells how far
+            // along its lists it is.
+            p = fcb->readProgress(fcb);
+        } else {
+            long at = ksFileTell(fcb->file);
+            p = at <= 0 ? 0 : static_cast<int>(static_cast<long long>(at) * 100 / size);
+        }
         p = p / 5 * 5;
         if (p > 100)
             p = 100;
@@ -344,8 +360,12 @@ bool rewriteViewport(ksFcb* fcb, ksLoc refNode, const ksVpEntHeader& header, int
         return false;
     ksViewportBody& vp = entityBody.viewport;
     vp.active = header.active;
-    vp.status = header.status;
-    vp.statusFlags = header.statusFlags;
+    // Headers from R13 on carry no status of their own: the VIEWPORT's
+    // stays.
+    if (fcb->fileVersion < ksAC1012) {
+        vp.status = header.status;
+        vp.statusFlags = header.statusFlags;
+    }
     setText(vp.name, header.name);
     if (fcb->fileVersion >= ksAC1012)
         vp.viewportId = place;
@@ -584,8 +604,8 @@ int16_t ksLoadBlockHeaders(ksFcb* fcb)
     const bool dxf = fcb->isDxf != 0;
     const bool newDwg = !dxf && version >= ksAC1012;
     Space model, paper;
-    setText(model.name, "*Model_Space");
-    setText(paper.name, "*Paper_Space");
+    setText(model.record.name, "*Model_Space");
+    setText(paper.record.name, "*Paper_Space");
     // DWG from R13 on names the two spaces by handle in its header; the
     // others find them among the blocks.
     if (!newDwg)
@@ -615,12 +635,21 @@ int16_t ksLoadBlockHeaders(ksFcb* fcb)
                                              : byHandle && sameHandle(record.entryHandle, fcb->paperBlockHandle))
             space = &paper;
         if (space != nullptr) {
-            setText(space->name, record.name);
-            space->flags = record.flags;
+            // The first record of a space is kept whole; a second one of
+            // the same name is dropped.
+            if (!space->fromFile) {
+                if (hasExtended && !ksXdataResolve(fcb, &record.eed)) {
+                    dropBlockBlobs(record);
+                    return 0;
+                }
+                space->record = record;
+                space->fromFile = true;
+            } else {
+                dropBlockBlobs(record);
+            }
             space->work = node.work;
             if (newDwg && !ksHandleIsNull(record.entryHandle))
                 (space == &model ? fcb->modelBlockHandle : fcb->paperBlockHandle) = record.entryHandle;
-            dropBlockBlobs(record);
             continue;
         }
         if (!addBlock(fcb, node, hasExtended)) {
@@ -667,9 +696,12 @@ int16_t ksLoadEntities(ksFcb* fcb, ksLoc modelList, ksLoc paperList, uint8_t mak
     for (;;) {
         ksG->errorNumber = phaseError;
         int16_t hasExtended = 0;
+        fcb->failureNumber = 0;
         if (!readEntity(fcb, &hasExtended)) {
-            // The end of the list, unless the reader said more.
-            if (ksG->errorNumber != phaseError && ksG->errorNumber != 0)
+            // The end of the list, unless the reader failed or said more.
+            if (fcb->failureNumber != 0)
+                failure = fcb->failureNumber > 0 ? fcb->failureNumber : phaseError;
+            else if (ksG->errorNumber != phaseError && ksG->errorNumber != 0)
                 failure = ksG->errorNumber;
             break;
         }
@@ -782,9 +814,16 @@ int16_t ksLoadObjects(ksFcb* fcb)
         return 0;
     for (;;) {
         ksG->errorNumber = phaseError;
+        fcb->failureNumber = 0;
         int16_t kind = ksOpNextObjectType(fcb);
-        if (kind == 0)
+        if (kind == 0) {
+            if (fcb->failureNumber != 0) {
+                if (fcb->failureNumber > 0)
+                    ksG->errorNumber = fcb->failureNumber;
+                return 0;
+            }
             break;
+        }
         ksReadObjectOp read = ksOpReadObject;
         switch (kind) {
         case ksKindDictionary:

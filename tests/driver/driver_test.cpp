@@ -1,6 +1,7 @@
 // The converter as a user meets it: arguments, environment, exit status and
-// messages. No input here is a readable drawing, so every load fails and
-// its message tells which input name the argument parsing produced.
+// messages. In the table no input is a readable drawing, so every load
+// fails and its message tells which input name the argument parsing
+// produced; real drawings of the corpus follow it.
 #include <algorithm>
 #include <initializer_list>
 #include <string>
@@ -129,6 +130,30 @@ TEST(Driver, CommandLine)
         std::vector<std::string> expected = c.files;
         std::sort(expected.begin(), expected.end());
         EXPECT_EQ(work.list(), expected) << "no file may be written";
+    }
+}
+
+// A drawing that loads completely, with a mode the converter doesn't
+// have: the load succeeds and the mode is refused with status 5.
+TEST(Driver, RealDrawings)
+{
+    ZT_REQUIRE_CORPUS();
+    struct Case {
+        const char* file;
+        int status;
+    } cases[] = {
+        {"dwg/AC1014/line_R14.dwg", 5},
+        {"dwg/AC1015/line_2000.dwg", 5},
+        {"dwg/AC1015/Constraints.dwg", 5},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.file);
+        zt::TempDir work;
+        zt::RunResult r = zt::runConverter({(zt::corpusDir() / c.file).string(), "-q", "x"},
+                                           {{"ZEMACAD_DEBUG", "1"}}, work.path());
+        EXPECT_EQ(r.status, c.status) << r.out;
+        EXPECT_EQ(r.out, kWrongMode + said({"Conversion mode not supported\n"}));
+        EXPECT_TRUE(work.list().empty());
     }
 }
 
