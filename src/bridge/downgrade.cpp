@@ -8,6 +8,7 @@
 
 #include "driver/hooks.h"
 #include "dxfwrite/dxfwrite.h"
+#include "dxfwrite/groups.h"
 #include "frame/fcb.h"
 #include "frame/globals.h"
 #include "frame/save.h"
@@ -27,8 +28,6 @@ namespace {
 
 ksDowngradeState state{};
 
-constexpr int32_t kDefaultNameLimit = 26;
-
 // The tables behind the resolvers, with their error numbers.
 struct RefTable {
     ksTableList table;
@@ -39,9 +38,12 @@ constexpr RefTable kRefTables[ksRefKindCount] = {
     {ksListDimStyles, 69},
 };
 
-const ksObjHandle& recordHandle(ksLoc node, const ksTableListInfo& info)
+// Records stand unaligned in the store: their fields are read by a copy.
+ksObjHandle recordHandle(ksLoc node, const ksTableListInfo& info)
 {
-    return *reinterpret_cast<const ksObjHandle*>(static_cast<const uint8_t*>(ksRecordOf(node)) + info.handleOffset);
+    ksObjHandle handle;
+    std::memcpy(&handle, static_cast<const uint8_t*>(ksRecordOf(node)) + info.handleOffset, sizeof handle);
+    return handle;
 }
 
 const char* recordName(ksLoc node, const ksTableListInfo& info)
@@ -61,7 +63,7 @@ int32_t placeOf(ksFcb* source, ksTableList table, const ksObjHandle& handle, uin
     int32_t place = 0;
     uint32_t seen = 0;
     for (ksLoc node = ksListFirst(source->*info.list); node != 0 && seen < limit; node = ksListNodeNext(node), ++seen) {
-        const ksObjHandle& own = recordHandle(node, info);
+        const ksObjHandle own = recordHandle(node, info);
         if (sameHandle(own, handle))
             return place;
         const bool skipped = (skipA && !ksHandleIsNull(*skipA) && sameHandle(own, *skipA)) ||
@@ -95,47 +97,6 @@ int16_t resolveIndex(ksFcb* source, ksRefKind kind, const ksObjHandle& handle, i
 int32_t decimalDigits(int32_t value, char* out)
 {
     return static_cast<int32_t>(std::to_chars(out, out + 12, value).ptr - out);
-}
-
-bool isEscapeName(const char* name)
-{
-    return name[0] == '\\' && (name[1] == 'M' || name[1] == 'm' || name[1] == 'U' || name[1] == 'u');
-}
-
-// A name without a bar: cut to `limit` characters with the index in place
-// of the cut, cleaned and upper-cased.
-size_t fixPlainName(const char* name, size_t bytes, int32_t index, int32_t limit, char* out)
-{
-    const bool escape = bytes >= 2 && isEscapeName(name);
-    size_t length = escape ? bytes / 7 : bytes;
-    size_t n = bytes;
-    char digits[12];
-    const int32_t d = decimalDigits(index, digits);
-    if (length <= static_cast<size_t>(std::max(limit, 0))) {
-        std::memcpy(out, name, bytes);
-    } else {
-        const auto keep = static_cast<size_t>(std::max(limit - d, 0));
-        if (escape) {
-            n = keep * 7;
-            std::memcpy(out, name, n);
-        } else {
-            std::memcpy(out, name, keep);
-            std::memcpy(out + keep, digits, static_cast<size_t>(d));
-            n = keep + static_cast<size_t>(d);
-        }
-        length = static_cast<size_t>(std::max(limit, 0));
-    }
-    for (size_t i = 0; i < std::min(length, n); ++i) {
-        const auto byte = static_cast<uint8_t>(out[i]);
-        if (byte == ' ' || byte == '(' || byte == ')' || byte == 0xBD)
-            out[i] = '_';
-    }
-    for (size_t i = 0; i < n; ++i) {
-        if (out[i] >= 'a' && out[i] <= 'z')
-            out[i] = static_cast<char>(out[i] - 'a' + 'A');
-    }
-    out[n] = '\0';
-    return n;
 }
 
 // The packed node's type code (entitylist.h: offset 12).
@@ -441,13 +402,13 @@ void ksRestoreMviewEed(ksEntityHeader* header, ksLoc savedEed)
 
 int32_t ksXrefNameLimit(const ksFcb* source, const char* name)
 {
-    if (source->xrefNames == 0)
-        return kDefaultNameLimit;
+    if (source->xrefNames == 0 || source->xrefNameCount == 0)
+        return ksDefaultNameLimit;
     ksBlobCursor* cursor = ksBlobOpenRead(source->xrefNames);
     if (cursor == nullptr)
-        return kDefaultNameLimit;
+        return ksDefaultNameLimit;
     uint8_t entry[ksXrefNameEntrySize];
-    int32_t limit = kDefaultNameLimit;
+    int32_t limit = ksDefaultNameLimit;
     while (ksBlobRead(cursor, entry, ksXrefNameEntrySize)) {
         char entryName[ksXrefNameSize + 1];
         std::memcpy(entryName, entry + sizeof(ksObjHandle), ksXrefNameSize);
@@ -469,7 +430,7 @@ int16_t ksFindBlockIndex(ksFcb* source, const char* name, int32_t* outIndex)
     const ksTableListInfo& info = ksTableLists[ksListBlockHeaders];
     int32_t place = 0;
     for (ksLoc node = ksListFirst(source->blockHeaders); node != 0; node = ksListNodeNext(node), ++place) {
-        if (std::strcmp(recordName(node, info), name) == 0) {
+        if (ksStrCompare(recordName(node, info), name) == 0) {
             *outIndex = place;
             return 1;
         }
@@ -483,7 +444,7 @@ size_t ksFixName(ksFcb* source, const char* name, int32_t index, int32_t limit, 
     const size_t bytes = std::strlen(name);
     const char* bar = static_cast<const char*>(std::memchr(name, '|', bytes));
     if (bar == nullptr)
-        return fixPlainName(name, bytes, index, limit, out);
+        return ksDxfShortName(name, bytes, limit, index, out);
     const auto prefixBytes = static_cast<size_t>(bar - name);
     char prefix[ksXrefNameSize + 1];
     const size_t kept = std::min(prefixBytes, sizeof prefix - 1);
@@ -492,9 +453,9 @@ size_t ksFixName(ksFcb* source, const char* name, int32_t index, int32_t limit, 
     int32_t blockIndex = 0;
     if (kept > 0)
         ksFindBlockIndex(source, prefix, &blockIndex);
-    size_t n = fixPlainName(prefix, kept, blockIndex, ksXrefNameLimit(source, prefix), out);
+    size_t n = ksDxfShortName(prefix, kept, ksXrefNameLimit(source, prefix), blockIndex, out);
     out[n++] = '|';
-    return n + ksFixName(source, bar + 1, index, kDefaultNameLimit, out + n);
+    return n + ksDxfShortName(bar + 1, bytes - prefixBytes - 1, ksDefaultNameLimit, index, out + n);
 }
 
 // ---------------------------------------------------------------------------

@@ -119,19 +119,25 @@ void ksRestoreMviewEed(ksEntityHeader* header, ksLoc savedEed);
 
 // ---- Names -----------------------------------------------------------------
 
+// The characters a table name keeps below R2000 unless it is a block that
+// external reference symbols name.
+inline constexpr int32_t ksDefaultNameLimit = 26;
+
 // The room the xrefNames of the source leave a block of that name (any
-// case): its maxNameLength, 26 when it has no entry.
+// case): the room of its entry, ksDefaultNameLimit when it has none.
 int32_t ksXrefNameLimit(const ksFcb* source, const char* name);
-// The place of the block of exactly that name in the block list (from 0).
-// 1 with *outIndex, or 0 with *outIndex 0.
+// The place of the block of that name (any case, as the block table finds
+// names) in the block list (from 0). 1 with *outIndex, or 0 with *outIndex 0.
 int16_t ksFindBlockIndex(ksFcb* source, const char* name, int32_t* outIndex);
-// Shortens and cleans a table name for a release below R2000: a name
-// longer than `limit` keeps limit - d characters and gets `index` as its d
-// decimal digits (a name of \M or \U escapes counts 7 bytes a character
-// and keeps (limit - d) * 7 bytes); blanks, parentheses and the byte 0xBD
-// become "_", letters a to z upper case. An xref-dependent name "X|N" has
-// X done with its block's index and ksXrefNameLimit(X), N with `index` and
-// 26. `out` takes strlen(name) + 24 bytes; returns the length written.
+// Shortens and cleans a table name for a release below R2000 by the short
+// form of ksDxfShortName (dxfwrite/groups.h): a name longer than `limit`
+// keeps limit - d characters and gets `index` as its d decimal digits (a
+// name of \M or \U escapes counts 7 bytes a character and keeps
+// (limit - d) * 7 bytes); blanks, parentheses and the byte 0xBD become "_",
+// letters a to z upper case. An xref-dependent name "X|N" (the first "|")
+// has X done with its block's index and ksXrefNameLimit(X), N with `index`
+// and ksDefaultNameLimit; `limit` then serves nothing. `out` takes
+// strlen(name) + 24 bytes; returns the length written.
 size_t ksFixName(ksFcb* source, const char* name, int32_t index, int32_t limit, char* out);
 
 // ---- Deleted blocks in a file below R13 ------------------------------------

@@ -57,12 +57,14 @@ ksDxfBlockNote& ksDxfCurrentBlock();
 // (an anonymous block numbered by its place in the block list), its flags
 // and index.
 void ksDxfStartBlock(ksFcb* target, const ksBlockHeader& block, int32_t index);
+// The name the file gives the block of that name at `index` of the block
+// list: an anonymous block ("*" first) keeps its first two characters and
+// takes the index in decimal; the two spaces keep their names. Every
+// writer of a block name goes through it. out: ksTableNameSize bytes.
+void ksDxfBlockFileName(const char* name, int32_t index, char* out);
 
 // Pieces the table and object writers share.
 int16_t ksDxfSectionEnd(ksFcb* target);  // 0 ENDSEC
-// A 16-bit integer group; in a binary file the flags of codes 290 to 299
-// take one byte, as readers of binary DXF expect them.
-int16_t ksDxfWriteShort(ksFcb* target, int16_t group, int16_t value);
 int16_t ksDxfTableEnd(ksFcb* target);    // 0 ENDTAB
 // A table record's head: 0 name; from R13 on the handle in handleGroup,
 // the extension dictionary, the reactors and the two subclass markers,

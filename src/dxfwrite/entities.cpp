@@ -51,6 +51,7 @@ struct EntityName {
 struct EntityNames {
     EntityName layer, linetype, style, block, dimstyle;
     char mlineStyle[ksObjectTextSize];
+    int32_t mlineStyleIndex;  // the style's place in the object list, its index in OBJECTS
     char shape[32];
 };
 
@@ -76,9 +77,9 @@ ksLoc findRecord(ksFcb* source, ksTableList table, const ksObjHandle& handle, in
     const ksTableListInfo& info = ksTableLists[table];
     int32_t at = 0;
     for (ksLoc node = ksListFirst(source->*info.list); node != 0; node = ksListNodeNext(node), ++at) {
-        const auto* own =
-            reinterpret_cast<const ksObjHandle*>(static_cast<const uint8_t*>(ksRecordOf(node)) + info.handleOffset);
-        if (sameHandle(*own, handle)) {
+        ksObjHandle own;
+        std::memcpy(&own, static_cast<const uint8_t*>(ksRecordOf(node)) + info.handleOffset, sizeof own);
+        if (sameHandle(own, handle)) {
             *place = at;
             return node;
         }
@@ -89,16 +90,6 @@ ksLoc findRecord(ksFcb* source, ksTableList table, const ksObjHandle& handle, in
 const char* nameOf(ksLoc node, ksTableList table)
 {
     return static_cast<const char*>(ksRecordOf(node)) + ksTableLists[table].nameOffset;
-}
-
-// "*U7" of the block at place 12 is "*U12": an anonymous block's name is
-// its kind and its place. The paper space blocks keep theirs.
-void renumberBlockName(char* name, int32_t index)
-{
-    if (name[0] != '*' || name[1] == '\0' || ksStrNCompare(name, "*PAPER_SPACE", 12) == 0)
-        return;
-    const auto* end = std::to_chars(name + 2, name + 14, index).ptr;
-    name[end - name] = '\0';
 }
 
 // One name through the one-entry cache of its kind.
@@ -130,10 +121,14 @@ bool resolveName(ksFcb* source, ksRefKind kind, const ksObjHandle& handle, Entit
             ksG->errorNumber = kNameErrors[kind];
             return false;
         }
-        copyName(out->text, nameOf(node, table), sizeof out->text);
-        out->index = linetype ? place + 2 : place;
+        // A block is named as the block table names it ("*U7" at place 12
+        // is "*U12").
+        static_assert(sizeof out->text >= ksTableNameSize);
         if (kind == ksRefBlock)
-            renumberBlockName(out->text, place);
+            ksDxfBlockFileName(nameOf(node, table), place, out->text);
+        else
+            copyName(out->text, nameOf(node, table), sizeof out->text);
+        out->index = linetype ? place + 2 : place;
     }
     cache.filled = 1;
     cache.handle = handle;
@@ -158,11 +153,13 @@ const char* storedText(ksLoc node, size_t offset)
 
 bool resolveMlineStyle(ksFcb* source, const ksObjHandle& handle)
 {
-    for (ksLoc node = ksListFirst(source->objects); node != 0; node = ksListNodeNext(node)) {
+    int32_t place = 0;
+    for (ksLoc node = ksListFirst(source->objects); node != 0; node = ksListNodeNext(node), ++place) {
         if (storedField<int16_t>(node, offsetof(ksObjectHeader, kind)) == ksKindMlineStyle &&
             sameHandle(storedField<ksObjHandle>(node, offsetof(ksObjectHeader, handle)), handle)) {
             copyName(names.mlineStyle, storedText(node, sizeof(ksObjectHeader) + offsetof(ksMlineStyle, name)),
                      sizeof names.mlineStyle);
+            names.mlineStyleIndex = place;
             return true;
         }
     }
@@ -269,9 +266,9 @@ struct ZeroZ {
     ~ZeroZ() { ksG->dxfWriteZeroZ = saved; }
 };
 
-// A table name below R2000 shortened with its index (ksDxfWriteName); the
-// limit of a block name is the room its xref symbols leave it, so that
-// "X|NAME" and the block X shorten alike.
+// A table name below R2000 shortened with its index (ksDxfWriteName, which
+// gives a block that xref symbols name the room they leave it, so that
+// "X|NAME" and the block X shorten alike).
 bool writeName(const Ctx& c, int16_t group, const EntityName& name)
 {
     return ksDxfWriteName(c.source, c.target, group, name.text, name.index);
@@ -279,8 +276,7 @@ bool writeName(const Ctx& c, int16_t group, const EntityName& name)
 
 bool writeBlockName(const Ctx& c, int16_t group, const char* name, int32_t index)
 {
-    const int32_t limit = c.version < ksAC1015 ? ksXrefNameLimit(c.source, name) : 26;
-    return ksDxfWriteName(c.source, c.target, group, name, index, limit);
+    return ksDxfWriteName(c.source, c.target, group, name, index);
 }
 
 bool writeExtrusion(const Ctx& c)
@@ -634,9 +630,10 @@ bool blockEntity(const Ctx& c)
     copyName(own, block.name, sizeof own);
     const bool renumbered = own[0] == '*' && ksStrNCompare(own, name, 2) == 0;
     const char* bodyName = renumbered ? name : own;
+    // Group 3 repeats the name in the form of group 2.
     if (c.version == ksAC1009) {
         return (block.xrefPath[0] == '\0' || ksDxfWriteText(c.target, 1, block.xrefPath)) &&
-               ksDxfWriteText(c.target, 3, bodyName);
+               writeBlockName(c, 3, bodyName, note.index);
     }
     return writeBlockName(c, 3, bodyName, note.index) && ksDxfWriteText(c.target, 1, block.xrefPath);
 }
@@ -872,7 +869,11 @@ bool toleranceText(const Ctx& c)
     return ksDxfWriteText(c.target, 1, coded.c_str());
 }
 
-bool mlineStyleName(const Ctx& c) { return ksDxfWriteText(c.target, 2, names.mlineStyle); }
+// In the form the MLINESTYLE object gives its name.
+bool mlineStyleName(const Ctx& c)
+{
+    return ksDxfWriteName(c.source, c.target, 2, names.mlineStyle, names.mlineStyleIndex);
+}
 
 // Per vertex its three points, then each element's two lists.
 bool mlineData(const Ctx& c)

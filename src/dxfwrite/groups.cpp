@@ -10,15 +10,12 @@
 #include <cmath>
 #include <cstring>
 
+#include "bridge/downgrade.h"
 #include "driver/hooks.h"
 #include "frame/fcb.h"
 #include "frame/globals.h"
 #include "frame/save.h"
 #include "records/tables.h"
-#include "store/blob.h"
-#include "store/handles.h"
-#include "store/list.h"
-#include "store/record.h"
 
 namespace {
 
@@ -104,6 +101,9 @@ int16_t withSink(ksFcb* fcb, Write&& write)
 // ---- Codes and fixed-size values ------------------------------------------
 
 inline bool isBinary(const ksFcb* fcb) { return fcb->fileType == 2; }
+
+// Binary files hold the flags of codes 290 to 299 in one byte.
+inline bool isByteFlag(int16_t group) { return group >= 290 && group <= 299; }
 
 inline char* lineEnd(char* p)
 {
@@ -431,7 +431,10 @@ int16_t ksDxfWriteCoded(ksFcb* fcb, int16_t group, const char* text)
 int16_t ksDxfWriteInt16(ksFcb* fcb, int16_t group, int16_t value)
 {
     return writeGroup(fcb, group, [&](char* p, bool binary) {
-        return binary ? littleEndian(p, static_cast<uint16_t>(value)) : rightAligned(p, value, placesInUse());
+        if (!binary)
+            return rightAligned(p, value, placesInUse());
+        return isByteFlag(group) ? littleEndian(p, static_cast<uint8_t>(value))
+                                 : littleEndian(p, static_cast<uint16_t>(value));
     });
 }
 
@@ -521,74 +524,19 @@ int16_t ksDxfWriteDate(ksFcb* fcb, int16_t group, const ksDate& date, int16_t de
     });
 }
 
-namespace {
-
-// The place of the block of that name in the source's block table, walked
-// by its links so that the table's cursor stays where it stood.
-bool findBlock(ksFcb* source, const char* name, ksObjHandle* handle, int32_t* index)
-{
-    int32_t place = 0;
-    for (ksLoc node = ksListFirst(source->blockHeaders); node != 0; node = ksListNodeNext(node), ++place) {
-        const auto* block = static_cast<const ksBlockHeader*>(ksRecordOf(node));
-        if (ksStrCompare(block->name, name) == 0) {
-            *handle = block->entryHandle;
-            *index = place;
-            return true;
-        }
-    }
-    return false;
-}
-
-// The room that the source's xrefNames leave the name of that block, or
-// `otherwise` without an entry.
-int32_t xrefRoom(const ksFcb* source, const ksObjHandle& block, int32_t otherwise)
-{
-    if (source->xrefNames == 0)
-        return otherwise;
-    ksBlobCursor* cursor = ksBlobOpenRead(source->xrefNames);
-    if (cursor == nullptr)
-        return otherwise;
-    uint8_t entry[ksXrefNameEntrySize];
-    int32_t room = otherwise;
-    while (ksBlobRead(cursor, entry, ksXrefNameEntrySize)) {
-        if (std::memcmp(entry, block.bytes, sizeof block.bytes) == 0) {
-            uint32_t bits = 0;
-            for (int i = 0; i < 4; ++i)
-                bits |= static_cast<uint32_t>(entry[ksXrefNameRoomOffset + i]) << (8 * i);
-            room = static_cast<int32_t>(bits);
-            break;
-        }
-    }
-    ksBlobCloseRead(cursor);
-    return room;
-}
-
-}  // namespace
-
-int16_t ksDxfWriteName(ksFcb* source, ksFcb* fcb, int16_t group, const char* name, int32_t index, int32_t limit)
+int16_t ksDxfWriteName(ksFcb* source, ksFcb* fcb, int16_t group, const char* name, int32_t index)
 {
     if (fcb->outputVersion >= ksAC1015)
         return ksDxfWriteText(fcb, group, name);
-    constexpr int32_t kDefaultLimit = 26;
-    char shortened[2 * ksTableNameSize + 32];
-    const size_t length = strnlen(name, ksTableNameSize);
-    const auto* bar = static_cast<const char*>(std::memchr(name, '|', length));
-    if (bar == nullptr) {
-        ksDxfShortName(name, length, limit, index, shortened);
-        return ksDxfWriteText(fcb, group, shortened);
-    }
-    const auto prefixLength = static_cast<size_t>(bar - name);
-    char prefix[ksTableNameSize];
-    std::memcpy(prefix, name, prefixLength);
-    prefix[prefixLength] = '\0';
-    ksObjHandle block{};
-    int32_t blockIndex = 0;
-    int32_t prefixLimit = kDefaultLimit;
-    if (findBlock(source, prefix, &block, &blockIndex))
-        prefixLimit = xrefRoom(source, block, kDefaultLimit);
-    size_t n = ksDxfShortName(prefix, prefixLength, prefixLimit, blockIndex, shortened);
-    shortened[n++] = '|';
-    ksDxfShortName(bar + 1, length - prefixLength - 1, limit, index, shortened + n);
+    char bounded[ksTableNameSize];
+    const size_t length = strnlen(name, sizeof bounded - 1);
+    std::memcpy(bounded, name, length);
+    bounded[length] = '\0';
+    // A block that prefixes external reference symbols has the room they
+    // leave it, whether its name stands alone or in front of a "|".
+    const int32_t limit = std::memchr(bounded, '|', length) ? ksDefaultNameLimit : ksXrefNameLimit(source, bounded);
+    char shortened[sizeof bounded + 32];
+    ksFixName(source, bounded, index, limit, shortened);
     return ksDxfWriteText(fcb, group, shortened);
 }
 

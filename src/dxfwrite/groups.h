@@ -76,7 +76,8 @@ int16_t ksDxfWriteText(ksFcb* fcb, int16_t group, const char* text);
 // byte character (odd place, byte before it above 127).
 int16_t ksDxfWriteCoded(ksFcb* fcb, int16_t group, const char* text);
 // 16-bit and 8-bit integers: ASCII right-aligned in `precision` columns;
-// binary 2 bytes low first, or the one byte.
+// binary 2 bytes low first, or the one byte. The flags of codes 290 to 299
+// are one byte in binary, as the 16-bit writer gives them too.
 int16_t ksDxfWriteInt16(ksFcb* fcb, int16_t group, int16_t value);
 int16_t ksDxfWriteInt8(ksFcb* fcb, int16_t group, int8_t value);
 // 32-bit: ASCII right-aligned in 9 columns; binary 4 bytes low first.
@@ -101,13 +102,14 @@ int16_t ksDxfWriteBytes(ksFcb* fcb, int16_t group, const uint8_t* bytes, uint8_t
 // A date as days and the fraction of the day: ASCII with exactly
 // `decimals` decimals; binary 8 bytes.
 int16_t ksDxfWriteDate(ksFcb* fcb, int16_t group, const ksDate& date, int16_t decimals);
-// A table name: as it stands for R2000 targets, in its short form
-// (ksDxfShortName with `limit` and `index`) before. The part before the
-// "|" of an external reference's symbol is cut to the room the source's
-// xrefNames leave that block (26 without an entry), with the block's place
-// in the block table as its index (0 when there is no such block).
-int16_t ksDxfWriteName(ksFcb* source, ksFcb* fcb, int16_t group, const char* name, int32_t index,
-                       int32_t limit = 26);
+// A table name: as it stands for R2000 targets, in its short form before
+// (ksFixName of bridge/downgrade.h with `index`). The limit is 26 but for a
+// block that the source's xrefNames have an entry for: the room of that
+// entry, whether the name is the block's own or the part before the "|" of
+// an external reference's symbol, which takes the block's place in the
+// block table as its index (0 when there is no such block). So every
+// writer of a name, its table's and its users', gives it the same form.
+int16_t ksDxfWriteName(ksFcb* source, ksFcb* fcb, int16_t group, const char* name, int32_t index);
 
 // Points: the axes as groups g, g + 10, g + 20.
 int16_t ksDxfWritePoint2(ksFcb* fcb, int16_t group, const ksPoint2& p);
@@ -128,8 +130,8 @@ int16_t ksDxfHeaderAngle(ksFcb* fcb, const char* name, double radians, int16_t g
 int16_t ksDxfHeaderPoint2(ksFcb* fcb, const char* name, const ksPoint2& p, int16_t group = 10);
 int16_t ksDxfHeaderPoint3(ksFcb* fcb, const char* name, const ksPoint3& p, int16_t group = 10);
 int16_t ksDxfHeaderPoint3Full(ksFcb* fcb, const char* name, const ksPoint3& p, int16_t group = 10);
-// A byte variable goes out as a 16-bit group: the toolkit's reader takes
-// two bytes for all the codes of such variables (70, 280, 290).
+// A byte variable goes out as ksDxfWriteInt16 writes it: in binary two
+// bytes for codes 70 and 280, one byte for the flags of 290 to 299.
 int16_t ksDxfHeaderByte(ksFcb* fcb, const char* name, int8_t value, int16_t group = 70);
 // A date as group 40 with 9 decimals ($TDCREATE ...) or 10 ($TDINDWG ...).
 int16_t ksDxfHeaderDate(ksFcb* fcb, const char* name, const ksDate& date, int16_t decimals);

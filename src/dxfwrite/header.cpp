@@ -376,7 +376,7 @@ int16_t writeField(ksFcb* target, const ksHeader* header, const ksHeaderVar* var
         case ksHvShort:
         case ksHvShortIndex:
         case ksHvLowByte:
-            return ksDxfWriteShort(target, g, static_cast<int16_t>(ksHeaderVarGetInt(header, var)));
+            return ksDxfWriteInt16(target, g, static_cast<int16_t>(ksHeaderVarGetInt(header, var)));
         case ksHvReal:
         case ksHvRealIndex:
             return how == kAngle ? ksDxfWriteAngle(target, g, ksHeaderVarGetReal(header, var))
@@ -413,7 +413,9 @@ int16_t writeBlockName(ksFcb* source, ksFcb* target, const ksObjHandle& handle)
     ksG->errorNumber = 303;
     if (name == nullptr)
         return 0;
-    return ksDxfWriteName(source, target, 1, name, index);
+    char fileName[ksTableNameSize];
+    ksDxfBlockFileName(name, index, fileName);
+    return ksDxfWriteName(source, target, 1, fileName, index);
 }
 
 // One line of the order: nothing when the target doesn't have it.

@@ -177,19 +177,23 @@ int16_t writeDictionary(ksFcb* source, ksFcb* target, const ksObjectHeader& head
     return 1;
 }
 
-// The name of a multiline style element's linetype by its place.
+// The name of a multiline style element's linetype by its place, and the
+// index the LTYPE table gives it (ByBlock 0, ByLayer 1, the others their
+// place + 2), so that a long name is shortened alike in both.
 const char* elementLinetype(ksFcb* source, int16_t place, int32_t* index)
 {
     *index = 0;
-    if (place == ksMlineByLayer)
+    if (place == ksMlineByLayer) {
+        *index = 1;
         return "ByLayer";
+    }
     if (place == ksMlineByBlock)
         return "ByBlock";
     const ksTableListInfo& info = ksTableLists[ksListLinetypes];
     int16_t at = 0;
     for (ksLoc node = ksListFirst(source->linetypes); node != 0; node = ksListNodeNext(node), ++at) {
         if (at == place) {
-            *index = place + 1;
+            *index = place + 2;
             return static_cast<const char*>(ksRecordOf(node)) + info.nameOffset;
         }
     }
@@ -200,7 +204,7 @@ int16_t writeMlineStyle(ksFcb* source, ksFcb* target, const ksObjectHeader& head
                         int32_t index)
 {
     if (!writeHead(source, target, header, "MLINESTYLE", "AcDbMlineStyle", false) ||
-        !ksDxfWriteName(source, target, 2, body.name, index, 26) || !ksDxfWriteInt16(target, 70, body.flags) ||
+        !ksDxfWriteName(source, target, 2, body.name, index) || !ksDxfWriteInt16(target, 70, body.flags) ||
         !ksDxfWriteText(target, 3, body.description) || !ksDxfWriteInt16(target, 62, body.fillColor) ||
         !ksDxfWriteAngle(target, 51, body.startAngle) || !ksDxfWriteAngle(target, 52, body.endAngle) ||
         !ksDxfWriteInt16(target, 71, body.elementCount))
@@ -213,7 +217,7 @@ int16_t writeMlineStyle(ksFcb* source, ksFcb* target, const ksObjectHeader& head
         const char* name = elementLinetype(source, element.linetypeIndex, &linetypeIndex);
         ksG->errorNumber = 67;
         ok = name && ksDxfWriteReal(target, 49, element.offset) && ksDxfWriteInt16(target, 62, element.color) &&
-             ksDxfWriteName(source, target, 6, name, linetypeIndex, 26);
+             ksDxfWriteName(source, target, 6, name, linetypeIndex);
     }
     ksBlobCloseRead(cursor);
     return ok;

@@ -136,15 +136,16 @@ constexpr Step kVportSteps[] = {
 
 constexpr Step kAppidSteps[] = {{2}, {70}};
 
-// Before R2000 groups 5 to 7 name the arrow blocks as they stand.
+// Before R2000 groups 5 to 7 name the arrow blocks, in the form the block
+// table gives them.
 constexpr Step kDimstyleSteps[] = {
     {2},
     {70},
     {3},
     {4},
-    {5, kValue, 0, 6},
-    {6, kValue, 0, 6},
-    {7, kValue, 0, 6},
+    {5, kNameRef, 0, 6},
+    {6, kNameRef, 0, 6},
+    {7, kNameRef, 0, 6},
     {40},
     {41},
     {42},
@@ -285,6 +286,8 @@ void progress(int16_t percent)
 
 inline bool isBelowR13(const ksFcb* target) { return target->outputVersion < ksAC1012; }
 
+// Records stand unaligned in the store: every field, and any record as a
+// whole, is read by a copy.
 template <typename T>
 T valueAt(const void* address)
 {
@@ -374,6 +377,11 @@ int16_t writeRow(ksFcb* source, ksFcb* target, const RecordIn& in, const ksTable
                 ksG->errorNumber = row->index == ksTableLtype ? 67 : 303;
                 return 0;
             }
+            char blockName[ksTableNameSize];
+            if (row->index == ksTableBlock && name[0] != '\0') {
+                ksDxfBlockFileName(name, index, blockName);
+                name = blockName;
+            }
             return shorten ? ksDxfWriteName(source, target, g, name, index) : ksDxfWriteText(target, g, name);
         }
         case ksTfByteChunks:
@@ -405,7 +413,7 @@ int16_t writePoint(ksFcb* target, const RecordIn& in, int16_t group, int axes, b
 int16_t writeDashes(ksFcb* source, ksFcb* target, const RecordIn& in)
 {
     static constexpr int16_t kShapeGroups[] = {75, 340, 46, 50, 44, 45};
-    const auto& linetype = *static_cast<const ksLinetype*>(in.record);
+    const auto linetype = valueAt<ksLinetype>(in.record);
     const int16_t version = target->outputVersion;
     const int count = std::clamp<int>(linetype.dashCount, 0, ksLinetypeMaxDashes);
     auto row = [&](int16_t group) { return ksTableFieldFind(ksTableLtype, group, version); };
@@ -451,8 +459,8 @@ int16_t writeStep(ksFcb* source, ksFcb* target, const RecordIn& in, const Step& 
         case kFullPoint3: return writePoint(target, in, step.group, 3, true);
         case kDashes: return writeDashes(source, target, in);
         case kPlotFlag: {
-            const auto& layer = *static_cast<const ksLayer*>(in.record);
-            return ksDxfWriteShort(target, 290, ksStrCompare(layer.name, "DEFPOINTS") == 0 ? 0 : layer.plotFlag);
+            const auto layer = valueAt<ksLayer>(in.record);
+            return ksDxfWriteInt16(target, 290, ksStrCompare(layer.name, "DEFPOINTS") == 0 ? 0 : layer.plotFlag);
         }
         default: break;
     }
@@ -478,7 +486,7 @@ int16_t writeRecord(ksFcb* source, ksFcb* target, const TableOut& table, const v
     // A block record is written from a working record of the table's rows.
     ksBlockRecordEntry entry{};
     if (table.number == ksTableBlockRecord) {
-        const auto& block = *static_cast<const ksBlockHeader*>(record);
+        const auto block = valueAt<ksBlockHeader>(record);
         entry.ownerHandle = block.ownerHandle;
         entry.layoutHandle = block.layoutHandle;
         entry.entryHandle = block.entryHandle;
@@ -513,6 +521,10 @@ int16_t writeTableHead(ksFcb* source, ksFcb* target, const TableOut& table, int3
 }
 
 inline const void* recordOf(ksLoc node) { return ksRecordOf(node); }
+inline const void* fieldOf(ksLoc node, size_t offset)
+{
+    return static_cast<const uint8_t*>(ksRecordOf(node)) + offset;
+}
 
 bool isDeleted(const TableOut& table, const void* record)
 {
@@ -555,9 +567,9 @@ int16_t writeLinetypes(ksFcb* source, ksFcb* target, const TableOut& table)
             ksLinetype made;
             const void* record = nullptr;
             for (ksLoc node = ksListFirst(list); node != 0 && record == nullptr; node = ksListNodeNext(node)) {
-                const auto* linetype = static_cast<const ksLinetype*>(recordOf(node));
-                if (ksHandleCompare(linetype->entryHandle, fixed[i]) == 0)
-                    record = linetype;
+                if (ksHandleCompare(valueAt<ksObjHandle>(fieldOf(node, offsetof(ksLinetype, entryHandle))),
+                                    fixed[i]) == 0)
+                    record = recordOf(node);
             }
             if (record == nullptr) {
                 ksLinetypeDefaults(&made);
@@ -572,13 +584,14 @@ int16_t writeLinetypes(ksFcb* source, ksFcb* target, const TableOut& table)
     }
     int32_t index = 0;
     for (ksLoc node = ksListFirst(list); node != 0; node = ksListNodeNext(node), ++index) {
-        const auto* linetype = static_cast<const ksLinetype*>(recordOf(node));
-        const bool special = r13 ? named(linetype->name, "BYLAYER") || named(linetype->name, "BYBLOCK")
-                                 : ksHandleCompare(linetype->entryHandle, source->byBlockHandle) == 0 ||
-                                       ksHandleCompare(linetype->entryHandle, source->byLayerHandle) == 0;
-        if (special || linetype->deleted)
+        const char* name = static_cast<const char*>(fieldOf(node, offsetof(ksLinetype, name)));
+        const auto handle = valueAt<ksObjHandle>(fieldOf(node, offsetof(ksLinetype, entryHandle)));
+        const bool special = r13 ? named(name, "BYLAYER") || named(name, "BYBLOCK")
+                                 : ksHandleCompare(handle, source->byBlockHandle) == 0 ||
+                                       ksHandleCompare(handle, source->byLayerHandle) == 0;
+        if (special || isDeleted(table, recordOf(node)))
             continue;
-        if (!writeRecord(source, target, table, linetype, index + 2))
+        if (!writeRecord(source, target, table, recordOf(node), index + 2))
             return 0;
     }
     return ksDxfTableEnd(target);
@@ -590,21 +603,6 @@ ksDxfBlockNote blockNote{};
 
 bool isPaperSpaceName(const char* name) { return ksStrNCompare(name, "*PAPER_SPACE", 12) == 0; }
 
-// A block's name as the file has it: an anonymous block takes its place in
-// the block list as its number; the spaces keep their names.
-void fileName(const char* name, int32_t index, char* out)
-{
-    const size_t length = strnlen(name, ksTableNameSize - 1);
-    if (name[0] != '*' || isPaperSpaceName(name) || ksStrCompare(name, "*MODEL_SPACE") == 0) {
-        std::memcpy(out, name, length);
-        out[length] = '\0';
-        return;
-    }
-    const size_t keep = std::min<size_t>(length, 2);
-    std::memcpy(out, name, keep);
-    char* end = std::to_chars(out + keep, out + keep + 12, index).ptr;
-    *end = '\0';
-}
 
 // The blocks the file gets, in the list's order: not deleted, not the two
 // spaces (the last two records), and below R2000 no further paper space.
@@ -615,22 +613,23 @@ int16_t eachBlock(ksFcb* source, ksFcb* target, Visit&& visit)
     const int32_t count = static_cast<int32_t>(ksListCount(list));
     int32_t index = 0;
     for (ksLoc node = ksListFirst(list); node != 0 && index < count - 2; node = ksListNodeNext(node), ++index) {
-        const auto* block = static_cast<const ksBlockHeader*>(recordOf(node));
-        if (block->deleted || (target->outputVersion < ksAC1015 && isPaperSpaceName(block->name)))
+        const auto block = valueAt<ksBlockHeader>(recordOf(node));
+        if (block.deleted || (target->outputVersion < ksAC1015 && isPaperSpaceName(block.name)))
             continue;
-        if (!visit(*block, index, count - 2))
+        if (!visit(block, index, count - 2))
             return 0;
     }
     return 1;
 }
 
-// The block header of a space, found by its handle among the last records.
-const ksBlockHeader* spaceBlock(ksFcb* source, const ksObjHandle& handle, int32_t* index)
+// The block header of a space, found by its handle, copied to *block.
+bool spaceBlock(ksFcb* source, const ksObjHandle& handle, ksBlockHeader* block, int32_t* index)
 {
     const char* name = ksDxfTableName(source, ksListBlockHeaders, handle, index);
     if (name == nullptr)
-        return nullptr;
-    return reinterpret_cast<const ksBlockHeader*>(name - offsetof(ksBlockHeader, name));
+        return false;
+    std::memcpy(block, name - offsetof(ksBlockHeader, name), sizeof *block);
+    return true;
 }
 
 int16_t writeBlockRecords(ksFcb* source, ksFcb* target, const TableOut& table)
@@ -640,12 +639,12 @@ int16_t writeBlockRecords(ksFcb* source, ksFcb* target, const TableOut& table)
         return 0;
     for (const ksObjHandle* space : {&source->modelBlockHandle, &source->paperBlockHandle}) {
         int32_t index = 0;
-        const ksBlockHeader* block = spaceBlock(source, *space, &index);
+        ksBlockHeader block;
         ksG->errorNumber = 75;
-        if (block == nullptr)
+        if (!spaceBlock(source, *space, &block, &index))
             return 0;
-        ksDxfStartBlock(target, *block, index);
-        if (!writeRecord(source, target, table, block, index))
+        ksDxfStartBlock(target, block, index);
+        if (!writeRecord(source, target, table, &block, index))
             return 0;
     }
     progress(44);
@@ -661,11 +660,11 @@ int16_t writeSpaceBlock(ksFcb* source, ksFcb* target, const ksObjHandle& handle,
                         const ksObjHandle& end, bool paper, ksEntityHeader* header, void* body)
 {
     int32_t index = 0;
-    const ksBlockHeader* block = spaceBlock(source, handle, &index);
+    ksBlockHeader block;
     ksG->errorNumber = 75;
-    if (block == nullptr)
+    if (!spaceBlock(source, handle, &block, &index))
         return 0;
-    ksDxfStartBlock(target, *block, index);
+    ksDxfStartBlock(target, block, index);
     blockNote.isPaperSpace = paper;
     for (const int16_t type : {int16_t{ksEntBlock}, int16_t{ksEntEndblk}}) {
         header->type = type;
@@ -687,13 +686,6 @@ int16_t writeSpaceBlock(ksFcb* source, ksFcb* target, const ksObjHandle& handle,
 // ---- Shared pieces ----------------------------------------------------------------
 
 int16_t ksDxfSectionEnd(ksFcb* target) { return ksDxfWriteText(target, 0, "ENDSEC"); }
-
-int16_t ksDxfWriteShort(ksFcb* target, int16_t group, int16_t value)
-{
-    if (target->fileType == 2 && group >= 290 && group <= 299)
-        return ksDxfWriteInt8(target, group, static_cast<int8_t>(value));
-    return ksDxfWriteInt16(target, group, value);
-}
 
 int16_t ksDxfTableEnd(ksFcb* target) { return ksDxfWriteText(target, 0, "ENDTAB"); }
 
@@ -767,9 +759,23 @@ const char* ksDxfTableName(ksFcb* source, int table, const ksObjHandle& handle, 
 
 ksDxfBlockNote& ksDxfCurrentBlock() { return blockNote; }
 
+void ksDxfBlockFileName(const char* name, int32_t index, char* out)
+{
+    const size_t length = strnlen(name, ksTableNameSize - 1);
+    if (name[0] != '*' || isPaperSpaceName(name) || ksStrCompare(name, "*MODEL_SPACE") == 0) {
+        std::memcpy(out, name, length);
+        out[length] = '\0';
+        return;
+    }
+    const size_t keep = std::min<size_t>(length, 2);
+    std::memcpy(out, name, keep);
+    char* end = std::to_chars(out + keep, out + keep + 12, index).ptr;
+    *end = '\0';
+}
+
 void ksDxfStartBlock(ksFcb* target, const ksBlockHeader& block, int32_t index)
 {
-    fileName(block.name, index, blockNote.name);
+    ksDxfBlockFileName(block.name, index, blockNote.name);
     blockNote.flags = static_cast<uint8_t>(block.flags);
     if (block.overlay && target->outputVersion >= ksAC1014)
         blockNote.flags |= 8;

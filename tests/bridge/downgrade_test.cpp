@@ -88,8 +88,9 @@ TEST_F(Downgrade, NamesAreShortenedWithTheirIndexCleanedAndUpperCased)
 {
     addBlock("XREF");
     int32_t place = -1;
-    EXPECT_EQ(ksFindBlockIndex(fcb, "xref", &place), 0) << "the block is found by its exact name";
-    ASSERT_EQ(ksFindBlockIndex(fcb, "XREF", &place), 1);
+    EXPECT_EQ(ksFindBlockIndex(fcb, "nothere", &place), 0);
+    EXPECT_EQ(place, 0);
+    ASSERT_EQ(ksFindBlockIndex(fcb, "xref", &place), 1) << "block names compare in any case";
     ASSERT_LT(place, 10);
     addXrefRoom("XREF", 3);
     const std::string escape5 = "\\M+1A2B\\M+1A2C\\M+1A2D\\M+1A2E\\M+1A2F";
@@ -105,7 +106,9 @@ TEST_F(Downgrade, NamesAreShortenedWithTheirIndexCleanedAndUpperCased)
         {escape5, 9, 3, "\\M+1A2B\\M+1A2C"},
         {escape5, 9, 5, "\\M+1A2B\\M+1A2C\\M+1A2D\\M+1A2E\\M+1A2F"},
         {"XREF|layer (a)", 4, 26, "XR" + std::to_string(place) + "|LAYER__A_"},
-        {"xref|x", 4, 26, "XR0|X"},
+        {"xref|x", 4, 26, "XR" + std::to_string(place) + "|X"},
+        {"xref", place, 3, "XR" + std::to_string(place)},  // the block itself with its room
+        {"XREF|a|b (c)", 4, 26, "XR" + std::to_string(place) + "|A|B__C_"},
         {"nothere|a b", 4, 26, "NOTHERE|A_B"},
         {"|part", 4, 26, "|PART"},
     };

@@ -182,11 +182,20 @@ TEST_F(DxfGroups, CodesAndValuesInBothForms)
         {1, 7, 6, [](ksFcb* t) { ksDxfHeaderDate(t, "$TDINDWG", {0, 1}, 10); },
          "  9\r\n$TDINDWG\r\n 40\r\n0.0000000116\r\n"},
         {1, 7, 6, [](ksFcb* t) { ksDxfHeaderByte(t, "$DIMALT", 1); }, "  9\r\n$DIMALT\r\n 70\r\n     1\r\n"},
+        {1, 7, 6, [](ksFcb* t) { ksDxfWriteInt16(t, 290, 1); }, "290\r\n     1\r\n"},
         {2, 7, 6, [](ksFcb* t) { ksDxfWriteInt16(t, 70, 2); }, "\x46\0\x02\0"s},
         {2, 4, 6, [](ksFcb* t) { ksDxfWriteInt16(t, 70, 2); }, "\x46\x02\0"s},
         {2, 4, 6, [](ksFcb* t) { ksDxfWriteInt16(t, 1070, -2); }, "\xFF\x2E\x04\xFE\xFF"s},
         {2, 4, 6, [](ksFcb* t) { ksDxfWriteText(t, 255, "x"); }, "\xFF\xFF\0x\0"s},
         {2, 7, 6, [](ksFcb* t) { ksDxfWriteInt8(t, 280, 1); }, "\x18\x01\x01"s},
+        // The flags of 290 to 299 take one byte in binary; their neighbours two.
+        {2, 7, 6, [](ksFcb* t) { ksDxfWriteInt16(t, 290, 1); }, "\x22\x01\x01"s},
+        {2, 7, 6, [](ksFcb* t) { ksDxfWriteInt16(t, 299, 0); }, "\x2B\x01\0"s},
+        {2, 7, 6, [](ksFcb* t) { ksDxfWriteInt16(t, 289, 1); }, "\x21\x01\x01\0"s},
+        {2, 7, 6, [](ksFcb* t) { ksDxfWriteInt16(t, 370, 1); }, "\x72\x01\x01\0"s},
+        {2, 4, 6, [](ksFcb* t) { ksDxfWriteInt16(t, 290, 1); }, "\xFF\x22\x01\x01"s},
+        {2, 7, 6, [](ksFcb* t) { ksDxfHeaderByte(t, "$XEDIT", 1, 290); }, "\x09\0$XEDIT\0\x22\x01\x01"s},
+        {2, 7, 6, [](ksFcb* t) { ksDxfHeaderByte(t, "$DIMALT", 1); }, "\x09\0$DIMALT\0\x46\0\x01\0"s},
         {2, 7, 6, [](ksFcb* t) { ksDxfWriteInt32(t, 90, -2); }, "\x5A\0\xFE\xFF\xFF\xFF"s},
         {2, 7, 6, [](ksFcb* t) { ksDxfWriteChar(t, 1002, '{'); }, "\xEA\x03{\0"s},
         {2, 7, 6, handle(0xA2F), "\x05\0A2F\0"s},
@@ -241,21 +250,34 @@ TEST_F(DxfGroups, ShortNames)
         EXPECT_EQ(std::string(out, ksDxfShortName(c.name.c_str(), c.name.size(), c.limit, c.index, out)), c.text);
     }
 
-    // The prefix of an external reference's symbol gets its block's room.
-    ksBlockHeader block{};
-    std::strcpy(block.name, "PLANNING");
-    block.entryHandle = ksHandleFromU64(0x40);
-    ASSERT_EQ(ksBlockHeaderAdd(fcb, &block), 1);
+    // A block that external reference symbols name gets the room they leave
+    // it, as the prefix of a symbol and as a name of its own alike; the
+    // block is found in any case, with its place as the index.
+    for (const char* name : {"OTHER", "PLANNING"}) {
+        ksBlockHeader block{};
+        std::strcpy(block.name, name);
+        block.entryHandle = ksHandleFromU64(0x40 + std::strlen(name));
+        ASSERT_EQ(ksBlockHeaderAdd(fcb, &block), 1);
+    }
+    ksObjHandle planning{};
+    ASSERT_EQ(ksBlockHeaderFind(fcb, "PLANNING", &planning), 1);
     zt::Bytes entry(ksXrefNameEntrySize, 0);
-    std::memcpy(entry.data(), block.entryHandle.bytes, 8);
+    std::memcpy(entry.data(), planning.bytes, 8);
+    std::memcpy(entry.data() + 8, "Planning", 8);
     entry[ksXrefNameRoomOffset] = 4;
     fcb->xrefNames = zt::blobOf(entry);
-    const auto name = [&](int16_t version, const char* text) {
-        return written(1, version, [&](ksFcb* t) { ksDxfWriteName(fcb, t, 8, text, 9); });
+    fcb->xrefNameCount = 1;
+    const auto name = [&](int16_t version, const char* text, int32_t index = 9) {
+        return written(1, version, [&](ksFcb* t) { ksDxfWriteName(fcb, t, 8, text, index); });
     };
-    EXPECT_EQ(name(4, "planning|wall (new)"), "  8\r\nPLA0|WALL__NEW_\r\n");
+    EXPECT_EQ(name(4, "planning|wall (new)"), "  8\r\nPLA1|WALL__NEW_\r\n");
+    EXPECT_EQ(name(4, "PLANNING", 1), "  8\r\nPLA1\r\n");
+    EXPECT_EQ(name(6, "Planning", 1), "  8\r\nPLA1\r\n");
     EXPECT_EQ(name(4, "other|a b"), "  8\r\nOTHER|A_B\r\n");
+    EXPECT_EQ(name(4, "other"), "  8\r\nOTHER\r\n");
+    EXPECT_EQ(name(4, "no block|a b"), "  8\r\nNO_BLOCK|A_B\r\n");
     EXPECT_EQ(name(7, "planning|wall (new)"), "  8\r\nplanning|wall (new)\r\n");
+    EXPECT_EQ(name(7, "PLANNING"), "  8\r\nPLANNING\r\n");
 }
 
 // A group as a reader has it: the code, texts as text, numbers as numbers.
@@ -271,7 +293,9 @@ int valueSize(int c)
     const auto in = [c](int a, int b) { return c >= a && c <= b; };
     if (in(10, 59) || in(110, 149) || in(210, 239) || in(1010, 1059))
         return 8;
-    if (in(60, 79) || in(170, 179) || in(270, 299) || in(370, 389) || in(400, 409) || in(1060, 1070))
+    if (in(290, 299))
+        return 1;
+    if (in(60, 79) || in(170, 179) || in(270, 289) || in(370, 389) || in(400, 409) || in(1060, 1070))
         return 2;
     return in(90, 99) || c == 1071 ? 4 : c == 310 || c == 1004 ? -1 : 0;  // -1 chunk, 0 text
 }
@@ -310,7 +334,9 @@ std::vector<Group> parseBinary(const std::string& s, int version)
         if (size == 8)
             g.number = std::bit_cast<double>(little(at, 8));
         else if (size > 0)
-            g.number = size == 2 ? static_cast<int16_t>(little(at, 2)) : static_cast<int32_t>(little(at, 4));
+            g.number = size == 1   ? static_cast<int8_t>(b[at])
+                       : size == 2 ? static_cast<int16_t>(little(at, 2))
+                                   : static_cast<int32_t>(little(at, 4));
         else if (size < 0)
             for (int n = b[at++]; n > 0; --n)
                 g.text += "0123456789ABCDEF"[b[at] >> 4], g.text += "0123456789ABCDEF"[b[at++] & 15];
@@ -330,6 +356,8 @@ TEST_F(DxfGroups, AsciiAndBinaryReadBackAlike)
         ksDxfWriteHandle(t, 5, ksHandleFromU64(0x1F2E));
         ksDxfWriteName(fcb, t, 8, "WALLS", 3);
         ksDxfWriteInt16(t, 62, 7);
+        ksDxfWriteInt16(t, 290, 1);
+        ksDxfWriteInt16(t, 370, -3);
         ksDxfWritePoint3(t, 10, {1.25, -3.5e-9, 123456.789});
         ksDxfWritePoint3Full(t, 11, {0.1, 2.0 / 3, -1e17});
         ksDxfWriteAngle(t, 50, 1.0);
