@@ -152,6 +152,13 @@ inline ksDwgState* ksDwg(ksFcb* fcb) { return static_cast<ksDwgState*>(fcb->dwgS
 // Fills the reader table's slots with the R13-R2000 operations.
 void ksDwgFillOps(struct ksReaderOps* ops);
 
+// Checks the CRCs of a file from R13 on: at level 2 nothing (what a load
+// asks for); at any other level the class section (202 "Bad class
+// definition") and every object from the first one the map names up to the
+// map (201 "Bad object"). 0 when nothing is wrong, the error number when
+// something is, -1 for a release before R13 (error number 0).
+int16_t ksVerifyFile(ksStream* file, int16_t level);
+
 // ---- Objects by handle
 
 // Reads the object map at st.objectMapPos into st.map, sorted by handle

@@ -790,3 +790,73 @@ int16_t ksDwgReadClass(ksFcb* fcb, ksClass* record)
         return ksDwgFail(fcb);
     return 1;
 }
+
+// ---------------------------------------------------------------------------
+// Verification
+
+int16_t ksVerifyFile(ksStream* file, int16_t level)
+{
+    if (file == nullptr)
+        return 0;
+    ksFcb probe{};
+    probe.file = file;
+    ksDwgState st;
+    uint8_t head[24] = {};
+    ksFileSeek(file, 0, 0);
+    const size_t got = ksFileRead(head, 1, sizeof head, file);
+    int16_t version = got >= 6 ? versionOf(head) : int16_t{ksVersionUnknown};
+    if (version == ksVersionUnknown && got >= 6 && std::memcmp(head, "AC1013", 6) == 0)
+        version = ksAC1014;
+    if (version == ksVersionUnknown) {
+        // Older releases have nothing to check here.
+        ksG->errorNumber = 0;
+        return -1;
+    }
+    if (level == 2 || !loadImage(&probe, st))
+        return 0;
+    st.version = version;
+    const uint8_t* image = st.image.data();
+    const uint32_t locatorCount = st.size > kLocatorsAt ? image[21] : 0;
+    if (locatorCount < 3 || kLocatorsAt + 3 * kLocatorSize > st.size)
+        return 0;
+    st.classesPos = le32(image + kLocatorsAt + kLocatorSize + 1);
+    st.objectMapPos = le32(image + kLocatorsAt + 2 * kLocatorSize + 1);
+
+    // The class section: its CRC covers the size and the body.
+    const uint64_t sizeAt = uint64_t{st.classesPos} + kSentinelSize;
+    if (sizeAt + 4 <= st.size) {
+        const uint32_t size = le32(image + sizeAt);
+        if (sizeAt + 4 + size + 2 > st.size ||
+            ksCrc16(ksCrcSeed, image + sizeAt, size + 4) != le16(image + sizeAt + 4 + size)) {
+            ksG->errorNumber = 202;
+            return 202;
+        }
+    }
+
+    // The objects, one behind the other from the first the map names up
+    // to the map.
+    if (!ksReadObjectMap(st) || st.map.empty())
+        return 0;
+    uint32_t pos = UINT32_MAX;
+    for (const ksDwgMapEntry& e : st.map)
+        pos = std::min(pos, e.location);
+    while (pos < st.objectMapPos) {
+        if (uint64_t{pos} + 2 > st.size)
+            break;
+        uint32_t size = le16(image + pos);
+        uint32_t words = 2;
+        if (size & 0x8000) {
+            if (uint64_t{pos} + 4 > st.size)
+                break;
+            size = (size & 0x7fff) + uint32_t{le16(image + pos + 2)} * 32768;
+            words = 4;
+        }
+        const uint64_t end = uint64_t{pos} + words + size;
+        if (end + 2 > st.size || ksCrc16(ksCrcSeed, image + pos, words + size) != le16(image + end)) {
+            ksG->errorNumber = 201;
+            return 201;
+        }
+        pos = static_cast<uint32_t>(end + 2);
+    }
+    return 0;
+}
