@@ -206,6 +206,18 @@ int16_t ksDwgStartBlockHeaders(ksFcb* fcb)
     st.blockHeaders.swap(st.tableEntries);
     st.tableEntries.clear();
     st.tableNext = 0;
+    // The two spaces stand apart from the control object's entries: they
+    // come last, so that the load keeps what their records hold (layout,
+    // reactors, extension dictionary, preview).
+    for (const ksObjHandle& space : {st.modelBlockHeader, st.paperBlockHeader}) {
+        const bool listed = std::any_of(st.blockHeaders.begin(), st.blockHeaders.end(), [&](const ksObjHandle& h) {
+            return ksHandleCompare(h, space) == 0;
+        });
+        if (!listed) {
+            st.blockHeaders.push_back(space);
+            ++fcb->tableCount[ksHeadBlocks];
+        }
+    }
     return 1;
 }
 
