@@ -55,13 +55,15 @@ struct ksDxfBlockNote {
 ksDxfBlockNote& ksDxfCurrentBlock();
 // Notes a block before its BLOCK is written: the name the file gives it
 // (an anonymous block numbered by its place in the block list), its flags
-// and index.
-void ksDxfStartBlock(ksFcb* target, const ksBlockHeader& block, int32_t index);
+// and index. fixedSpace: the block is one of the drawing's two spaces.
+void ksDxfStartBlock(ksFcb* target, const ksBlockHeader& block, int32_t index, bool fixedSpace = false);
 // The name the file gives the block of that name at `index` of the block
 // list: an anonymous block ("*" first) keeps its first two characters and
-// takes the index in decimal; the two spaces keep their names. Every
-// writer of a block name goes through it. out: ksTableNameSize bytes.
-void ksDxfBlockFileName(const char* name, int32_t index, char* out);
+// takes the index in decimal; a block named "*Paper_Space" that is not the
+// fixed paper space (a layout's, as DWG files name them) takes the index
+// behind the whole name; the two spaces keep their names. Every writer of a
+// block name goes through it. out: ksTableNameSize bytes.
+void ksDxfBlockFileName(const char* name, int32_t index, char* out, bool fixedSpace = false);
 
 // Pieces the table and object writers share.
 int16_t ksDxfSectionEnd(ksFcb* target);  // 0 ENDSEC

@@ -613,10 +613,6 @@ bool blockEntity(const Ctx& c)
     const auto& block = bodyOf<ksBlockBody>(c);
     char name[ksEntityNameSize + 16];
     copyName(name, note.name, ksEntityNameSize);
-    if (ksStrCompare(name, "*PAPER_SPACE") == 0 && !note.isPaperSpace) {
-        const size_t n = std::strlen(name);
-        *std::to_chars(name + n, name + n + 12, note.index).ptr = '\0';
-    }
     if (!(c.version < 5 || ksDxfWriteText(c.target, 100, "AcDbBlockBegin")) ||
         !writeBlockName(c, 2, name, note.index) || !ksDxfWriteInt16(c.target, 70, note.flags) ||
         !ksDxfWritePoint2(c.target, 10, {block.basePoint.x, block.basePoint.y}) ||

@@ -643,7 +643,7 @@ int16_t writeBlockRecords(ksFcb* source, ksFcb* target, const TableOut& table)
         ksG->errorNumber = 75;
         if (!spaceBlock(source, *space, &block, &index))
             return 0;
-        ksDxfStartBlock(target, block, index);
+        ksDxfStartBlock(target, block, index, true);
         if (!writeRecord(source, target, table, &block, index))
             return 0;
     }
@@ -664,7 +664,7 @@ int16_t writeSpaceBlock(ksFcb* source, ksFcb* target, const ksObjHandle& handle,
     ksG->errorNumber = 75;
     if (!spaceBlock(source, handle, &block, &index))
         return 0;
-    ksDxfStartBlock(target, block, index);
+    ksDxfStartBlock(target, block, index, true);
     blockNote.isPaperSpace = paper;
     for (const int16_t type : {int16_t{ksEntBlock}, int16_t{ksEntEndblk}}) {
         header->type = type;
@@ -759,9 +759,16 @@ const char* ksDxfTableName(ksFcb* source, int table, const ksObjHandle& handle, 
 
 ksDxfBlockNote& ksDxfCurrentBlock() { return blockNote; }
 
-void ksDxfBlockFileName(const char* name, int32_t index, char* out)
+void ksDxfBlockFileName(const char* name, int32_t index, char* out, bool fixedSpace)
 {
     const size_t length = strnlen(name, ksTableNameSize - 1);
+    // A DWG names every layout's block "*Paper_Space"; in DXF only the
+    // fixed paper space keeps the bare name, the others get their index.
+    if (!fixedSpace && ksStrCompare(name, "*PAPER_SPACE") == 0) {
+        std::memcpy(out, name, length);
+        *std::to_chars(out + length, out + length + 12, index).ptr = '\0';
+        return;
+    }
     if (name[0] != '*' || isPaperSpaceName(name) || ksStrCompare(name, "*MODEL_SPACE") == 0) {
         std::memcpy(out, name, length);
         out[length] = '\0';
@@ -773,9 +780,9 @@ void ksDxfBlockFileName(const char* name, int32_t index, char* out)
     *end = '\0';
 }
 
-void ksDxfStartBlock(ksFcb* target, const ksBlockHeader& block, int32_t index)
+void ksDxfStartBlock(ksFcb* target, const ksBlockHeader& block, int32_t index, bool fixedSpace)
 {
-    ksDxfBlockFileName(block.name, index, blockNote.name);
+    ksDxfBlockFileName(block.name, index, blockNote.name, fixedSpace);
     blockNote.flags = static_cast<uint8_t>(block.flags);
     if (block.overlay && target->outputVersion >= ksAC1014)
         blockNote.flags |= 8;
