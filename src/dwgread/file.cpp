@@ -547,7 +547,11 @@ int16_t ksOpenObject(ksFcb* fcb, ksObjHandle* handleOut, int16_t* hasExtended, b
         if (r.bad)
             break;
         if (type == 0) {
-            pos = dataAt + size + 2;
+            // Behind its data and CRC; a size past the file ends the walk.
+            const uint64_t next = uint64_t{dataAt} + size + 2;
+            if (next >= st.size)
+                break;
+            pos = static_cast<uint32_t>(next);
             continue;
         }
 
