@@ -130,12 +130,7 @@ void ksClearRefCaches(ksFcb* /*fcb*/)
 {
     for (ksRefCache& cache : state.refs)
         cache = {ksObjHandle{}, ksRefCacheEmpty};
-    for (ksNameCache& cache : state.names) {
-        cache.filled = 0;
-        cache.handle = {};
-        cache.index = 0;
-        cache.name[0] = '\0';
-    }
+    ++state.clears;
 }
 
 // ---------------------------------------------------------------------------

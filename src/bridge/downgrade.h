@@ -36,19 +36,12 @@ struct ksRefCache {
     int32_t index;  // ksRefCacheEmpty: nothing cached
 };
 
-// One-entry caches of the DXF writer's names (layer, linetype, style,
-// block, dimension style): the handle last asked for, the record's name
-// and its index as the table writers number it.
-struct ksNameCache {
-    uint8_t filled;
-    ksObjHandle handle;
-    int32_t index;
-    char name[ksEntityNameSize];
-};
-
 struct ksDowngradeState {
     ksRefCache refs[ksRefKindCount];
-    ksNameCache names[ksRefKindCount];
+    // Clears so far: the DXF writer keeps the names it finds by handle
+    // (layer, linetype, style, block, dimension style) until the count
+    // moves on.
+    uint64_t clears;
     // Indices found for the running entity by ksResolveEntityRefs.
     int32_t layerIndex;
     int32_t linetypeIndex;

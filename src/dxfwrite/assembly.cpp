@@ -19,6 +19,7 @@
 #include "records/header.h"
 #include "store/entitylist.h"
 #include "store/list.h"
+#include "store/vm.h"
 
 namespace {
 
@@ -129,6 +130,12 @@ int16_t ksDxfWriteEntityList(ksFcb* source, ksFcb* target, ksLoc list, ksEntityH
         ksG->errorNumber = 305;
         if (!ksEntityUnpack(source, node, header, body, nullptr, &next))
             return 0;
+        // The next node is wanted when this one is written: its first
+        // bytes are asked for now.
+        if (const auto* ahead = next != 0 ? static_cast<const char*>(ksVmPtr(next)) : nullptr) {
+            __builtin_prefetch(ahead);
+            __builtin_prefetch(ahead + 64);
+        }
         if (isBadShape(*header, body)) {
             if (ksG->writeNotice)
                 ksG->writeNotice(95);

@@ -43,19 +43,41 @@ constexpr double kTwoPi = 6.2831853071796;
 // table name comes with the index its table writer gives the record, so
 // that both ends of a reference shorten alike below R2000.
 
+// A table record's name as entities name it: its text, the index its
+// table writer gives the record, what follows from the text, and the form
+// the file gives it (shortened below R2000), made the first time it is
+// written for a source and release.
 struct EntityName {
+    uint64_t clears = UINT64_MAX;  // the count of clears it was found at
+    ksObjHandle handle;
     char text[ksEntityNameSize];
     int32_t index;
+    bool byLayer;   // "BYLAYER" in any case
+    bool standard;  // "Standard" in any case
+    bool unnamed;   // "*UNNAMED" in any case
+    uint64_t formClears;  // the form's key: the count of clears, the source and the release
+    const ksFcb* formSource;
+    int16_t formVersion;
+    const char* form;
+    size_t formLength;
+    char shortForm[ksDxfShortNameFormSize];
 };
 
+// The names of the running entity, and the others it needs.
 struct EntityNames {
-    EntityName layer, linetype, style, block, dimstyle;
+    EntityName* layer;
+    EntityName* linetype;
+    EntityName* style;
+    EntityName* block;
+    EntityName* dimstyle;
     char mlineStyle[ksObjectTextSize];
     int32_t mlineStyleIndex;  // the style's place in the object list, its index in OBJECTS
     char shape[32];
 };
 
-EntityNames names;
+// What the names point to before anything is resolved: no name, index 0.
+EntityName noName{};
+EntityNames names{&noName, &noName, &noName, &noName, &noName, {}, 0, {}};
 
 constexpr ksTableList kNameTables[ksRefKindCount] = {ksListLayers, ksListLinetypes, ksListShapeFiles,
                                                      ksListBlockHeaders, ksListDimStyles};
@@ -92,15 +114,52 @@ const char* nameOf(ksLoc node, ksTableList table)
     return static_cast<const char*>(ksRecordOf(node)) + ksTableLists[table].nameOffset;
 }
 
-// One name through the one-entry cache of its kind.
-bool resolveName(ksFcb* source, ksRefKind kind, const ksObjHandle& handle, EntityName* out)
+// The names found by handle, a few of each kind, for as long as the
+// tables stand still: ksClearRefCaches, which every save starts with,
+// drops them (its count of clears moves on). A full cache takes the place
+// of its oldest name, but never of the name the running entity holds.
+constexpr int kNamesKept = 8;
+struct NameCache {
+    uint64_t clears = UINT64_MAX;
+    int count = 0;
+    int next = 0;
+    EntityName kept[kNamesKept];
+};
+NameCache nameCaches[ksRefKindCount];
+
+EntityName*& heldName(ksRefKind kind)
 {
-    ksNameCache& cache = ksDowngrade().names[kind];
-    if (cache.filled && sameHandle(cache.handle, handle)) {
-        copyName(out->text, cache.name, sizeof out->text);
-        out->index = cache.index;
-        return true;
+    switch (kind) {
+        case ksRefLayer: return names.layer;
+        case ksRefLinetype: return names.linetype;
+        case ksRefStyle: return names.style;
+        case ksRefBlock: return names.block;
+        default: return names.dimstyle;
     }
+}
+
+// The name of the record of that handle in the table of its kind; null
+// with the kind's error when no record has it.
+EntityName* findName(ksFcb* source, ksRefKind kind, const ksObjHandle& handle)
+{
+    NameCache& cache = nameCaches[kind];
+    if (cache.clears != ksDowngrade().clears) {
+        cache.clears = ksDowngrade().clears;
+        cache.count = 0;
+        cache.next = 0;
+    }
+    for (int i = 0; i < cache.count; ++i) {
+        if (sameHandle(cache.kept[i].handle, handle))
+            return &cache.kept[i];
+    }
+    int slot = cache.count;
+    if (slot == kNamesKept) {
+        slot = cache.next;
+        if (&cache.kept[slot] == heldName(kind))
+            slot = (slot + 1) % kNamesKept;
+        cache.next = (slot + 1) % kNamesKept;
+    }
+    EntityName* out = &cache.kept[slot];
     int32_t place = 0;
     const ksTableList table = kNameTables[kind];
     if (kind == ksRefLinetype && sameHandle(handle, source->byLayerHandle)) {
@@ -119,7 +178,7 @@ bool resolveName(ksFcb* source, ksRefKind kind, const ksObjHandle& handle, Entit
         const ksLoc node = findRecord(source, table, handle, &place);
         if (node == 0) {
             ksG->errorNumber = kNameErrors[kind];
-            return false;
+            return nullptr;
         }
         // A block is named as the block table names it ("*U7" at place 12
         // is "*U12").
@@ -130,10 +189,28 @@ bool resolveName(ksFcb* source, ksRefKind kind, const ksObjHandle& handle, Entit
             copyName(out->text, nameOf(node, table), sizeof out->text);
         out->index = linetype ? place + 2 : place;
     }
-    cache.filled = 1;
-    cache.handle = handle;
-    cache.index = out->index;
-    copyName(cache.name, out->text, sizeof cache.name);
+    out->clears = cache.clears;
+    out->handle = handle;
+    out->byLayer = ksStrCompare(out->text, "BYLAYER") == 0;
+    out->standard = ksStrCompare(out->text, "Standard") == 0;
+    out->unnamed = ksStrCompare(out->text, "*UNNAMED") == 0;
+    out->formSource = nullptr;
+    if (slot == cache.count)
+        ++cache.count;
+    return out;
+}
+
+// The running entity's name of a kind; false with the kind's error.
+bool resolveName(ksFcb* source, ksRefKind kind, const ksObjHandle& handle)
+{
+    // Mostly the name of the entity before.
+    EntityName*& held = heldName(kind);
+    if (held->clears == ksDowngrade().clears && sameHandle(held->handle, handle))
+        return true;
+    EntityName* name = findName(source, kind, handle);
+    if (name == nullptr)
+        return false;
+    held = name;
     return true;
 }
 
@@ -269,9 +346,22 @@ struct ZeroZ {
 // A table name below R2000 shortened with its index (ksDxfWriteName, which
 // gives a block that xref symbols name the room they leave it, so that
 // "X|NAME" and the block X shorten alike).
-bool writeName(const Ctx& c, int16_t group, const EntityName& name)
+bool writeName(const Ctx& c, int16_t group, EntityName& name)
 {
-    return ksDxfWriteName(c.source, c.target, group, name.text, name.index);
+    const uint64_t clears = ksDowngrade().clears;
+    if (name.formClears != clears || name.formSource != c.source || name.formVersion != c.version) {
+        if (c.version >= ksAC1015) {
+            name.form = name.text;
+            name.formLength = std::strlen(name.text);
+        } else {
+            name.form = name.shortForm;
+            name.formLength = ksDxfShortNameForm(c.source, name.text, name.index, name.shortForm);
+        }
+        name.formClears = clears;
+        name.formSource = c.source;
+        name.formVersion = c.version;
+    }
+    return ksDxfWriteTextSized(c.target, group, name.form, name.formLength);
 }
 
 bool writeBlockName(const Ctx& c, int16_t group, const char* name, int32_t index)
@@ -351,10 +441,18 @@ struct Step {
     Test test = Test::Always;
     double value = 0.0;
     const char* text = nullptr;
+    uint16_t textLength = 0;
     Piece piece = nullptr;
 };
 
-constexpr Step marker(const char* text) { return {.op = Op::Marker, .group = 100, .lo = 5, .text = text}; }
+constexpr Step marker(const char* text)
+{
+    return {.op = Op::Marker,
+            .group = 100,
+            .lo = 5,
+            .text = text,
+            .textLength = static_cast<uint16_t>(std::char_traits<char>::length(text))};
+}
 constexpr Step thick() { return {.op = Op::Thick, .group = 39, .lo = 5}; }
 constexpr Step ext(int8_t lo = 3, int8_t hi = 7) { return {.op = Op::Ext, .group = 210, .lo = lo, .hi = hi}; }
 constexpr Step field(int16_t group, int8_t lo = 0, int8_t hi = 7)
@@ -418,11 +516,20 @@ const uint8_t* fieldAt(const void* record, const ksEntityField& row)
     return static_cast<const uint8_t*>(record) + row.offset;
 }
 
+// Where a row's storage (the field, or its element) stands in its record,
+// as ksEntityFieldAddress finds it.
+uint32_t elementOffset(const ksEntityField& row)
+{
+    // The rows of ksEntityFieldTable describe bodies, all within this size.
+    static uint8_t record[ksEntityBodyMax];
+    return static_cast<uint32_t>(static_cast<const uint8_t*>(ksEntityFieldAddress(record, row)) - record);
+}
+
 template <typename T>
-T valueAt(const void* record, const ksEntityField& row)
+T valueAt(const void* record, uint32_t at)
 {
     T value;
-    std::memcpy(&value, ksEntityFieldAddress(const_cast<void*>(record), row), sizeof value);
+    std::memcpy(&value, static_cast<const uint8_t*>(record) + at, sizeof value);
     return value;
 }
 
@@ -453,10 +560,9 @@ bool writePointField(const Ctx& c, const ksEntityField& row, const Step& step)
     }
 }
 
-bool writeField(const Ctx& c, const ksEntityField& row, const Step& step)
+// A field of a row that the release writes; its storage is at `at`.
+bool writeFieldValue(const Ctx& c, const ksEntityField& row, const Step& step, uint32_t at)
 {
-    if (!ksEntityFieldWritten(row, c.version))
-        return true;
     const void* record = c.body;
     // The companion of a presence or counted row: an int16 at `note`.
     int16_t companion = 0;
@@ -471,9 +577,9 @@ bool writeField(const Ctx& c, const ksEntityField& row, const Step& step)
         case ksEfByte:
         case ksEfShort:
         case ksEfLong: {
-            int32_t value = row.kind == ksEfByte    ? valueAt<int8_t>(record, row)
-                            : row.kind == ksEfShort ? valueAt<int16_t>(record, row)
-                                                    : valueAt<int32_t>(record, row);
+            int32_t value = row.kind == ksEfByte    ? valueAt<int8_t>(record, at)
+                            : row.kind == ksEfShort ? valueAt<int16_t>(record, at)
+                                                    : valueAt<int32_t>(record, at);
             if (row.flags & ksEfLowByteOut)
                 value &= 0xFF;
             if (differs && value == static_cast<int32_t>(step.value))
@@ -482,14 +588,14 @@ bool writeField(const Ctx& c, const ksEntityField& row, const Step& step)
                                         : ksDxfWriteInt16(c.target, row.group, static_cast<int16_t>(value));
         }
         case ksEfReal: {
-            const double value = valueAt<double>(record, row);
+            const double value = valueAt<double>(record, at);
             if (differs && (step.value == 0.0 ? !isSet(value) : value == step.value))
                 return true;
             return step.form == Form::Full ? ksDxfWriteRealFull(c.target, row.group, value)
                                            : ksDxfWriteReal(c.target, row.group, value);
         }
         case ksEfAngle: {
-            const double value = valueAt<double>(record, row);
+            const double value = valueAt<double>(record, at);
             if (differs && !isSetAngle(value))
                 return true;
             return ksDxfWriteAngle(c.target, row.group, value);
@@ -500,45 +606,124 @@ bool writeField(const Ctx& c, const ksEntityField& row, const Step& step)
         case ksEfCodedText:
             return ksDxfWriteCoded(c.target, row.group, reinterpret_cast<const char*>(fieldAt(record, row)));
         case ksEfHandle: {
-            const auto handle = valueAt<ksObjHandle>(record, row);
+            const auto handle = valueAt<ksObjHandle>(record, at);
             if (differs && ksHandleIsNull(handle))
                 return true;
             return ksDxfWriteHandle(c.target, row.group, handle);
         }
         case ksEfBit:
-            return (valueAt<int8_t>(record, row) & row.index) == 0 || ksDxfWriteInt16(c.target, row.group, 1);
+            return (valueAt<int8_t>(record, at) & row.index) == 0 || ksDxfWriteInt16(c.target, row.group, 1);
         default:
             return true;  // names by handle, blobs: their pieces write them
     }
 }
 
-bool run(const Ctx& c, const Script& s)
+// A script made ready for one entity type and release: the steps that
+// run there, each field step with its row. A step outside the release's
+// range, a field without a row or whose row the release doesn't write is
+// left out, and a StopBelow that stops ends the plan. Everything it
+// follows from (the scripts, the rows) is constant, so a plan made once
+// serves every entity of its type and release.
+struct Plan {
+    static constexpr size_t kMost = 32;
+    struct Item {
+        const Step* step;
+        const ksEntityField* row;  // of a field step
+        uint32_t at;               // where the row's storage stands
+    };
+    const Step* steps = nullptr;  // the script it was made from
+    int16_t type = -1;
+    int16_t version = -1;
+    bool whole = false;  // false when the script's steps don't fit: it then runs step by step
+    uint8_t count = 0;
+    Item items[kMost];
+};
+
+// The plan of the script for the running entity's type and release, made
+// in the slot unless the slot has it already.
+const Plan& planOf(const Ctx& c, const Script& s, Plan& slot)
+{
+    const int16_t type = c.header->type;
+    if (slot.steps == s.steps && slot.type == type && slot.version == c.version)
+        return slot;
+    slot.steps = s.steps;
+    slot.type = type;
+    slot.version = c.version;
+    slot.count = 0;
+    slot.whole = true;
+    for (size_t i = 0; i < s.count; ++i) {
+        const Step& step = s.steps[i];
+        if (c.version < step.lo || c.version > step.hi)
+            continue;
+        if (step.op == Op::StopBelow) {
+            if (c.version < step.group)
+                break;
+            continue;
+        }
+        const ksEntityField* row = nullptr;
+        if (step.op == Op::Field) {
+            row = rowOf(rowsOf(c), step.group);
+            if (row == nullptr || !ksEntityFieldWritten(*row, c.version))
+                continue;
+        }
+        if (slot.count == Plan::kMost) {
+            slot.whole = false;
+            break;
+        }
+        slot.items[slot.count++] = {&step, row, row != nullptr ? elementOffset(*row) : 0};
+    }
+    return slot;
+}
+
+// One step; a field step with its row, which the release writes, and
+// where the row's storage stands.
+inline bool runStep(const Ctx& c, const Step& step, const ksEntityField* row, uint32_t at)
+{
+    switch (step.op) {
+        case Op::Field: return writeFieldValue(c, *row, step, at);
+        case Op::Marker: return ksDxfWriteTextSized(c.target, 100, step.text, step.textLength);
+        case Op::Thick: return !isSet(c.header->thickness) || ksDxfWriteReal(c.target, 39, c.header->thickness);
+        case Op::Ext: return writeExtrusion(c);
+        case Op::Int: return ksDxfWriteInt16(c.target, step.group, static_cast<int16_t>(step.value));
+        case Op::Real: return ksDxfWriteReal(c.target, step.group, step.value);
+        case Op::StopBelow: return true;
+        case Op::Call: return step.piece(c);
+    }
+    return true;
+}
+
+// A script step by step.
+bool runSteps(const Ctx& c, const Script& s)
 {
     for (size_t i = 0; i < s.count; ++i) {
         const Step& step = s.steps[i];
         if (c.version < step.lo || c.version > step.hi)
             continue;
-        bool ok = true;
-        switch (step.op) {
-            case Op::Field: {
-                const ksEntityField* row = rowOf(rowsOf(c), step.group);
-                ok = row == nullptr || writeField(c, *row, step);
-                break;
-            }
-            case Op::Marker: ok = ksDxfWriteText(c.target, 100, step.text); break;
-            case Op::Thick:
-                ok = !isSet(c.header->thickness) || ksDxfWriteReal(c.target, 39, c.header->thickness);
-                break;
-            case Op::Ext: ok = writeExtrusion(c); break;
-            case Op::Int: ok = ksDxfWriteInt16(c.target, step.group, static_cast<int16_t>(step.value)); break;
-            case Op::Real: ok = ksDxfWriteReal(c.target, step.group, step.value); break;
-            case Op::StopBelow:
-                if (c.version < step.group)
-                    return true;
-                break;
-            case Op::Call: ok = step.piece(c); break;
+        if (step.op == Op::StopBelow) {
+            if (c.version < step.group)
+                return true;
+            continue;
         }
-        if (!ok)
+        const ksEntityField* row = nullptr;
+        if (step.op == Op::Field) {
+            row = rowOf(rowsOf(c), step.group);
+            if (row == nullptr || !ksEntityFieldWritten(*row, c.version))
+                continue;
+        }
+        if (!runStep(c, step, row, row != nullptr ? elementOffset(*row) : 0))
+            return false;
+    }
+    return true;
+}
+
+// A script through its plan in the slot.
+bool run(const Ctx& c, const Script& s, Plan& slot)
+{
+    const Plan& plan = planOf(c, s, slot);
+    if (!plan.whole)
+        return runSteps(c, s);
+    for (uint8_t i = 0; i < plan.count; ++i) {
+        if (!runStep(c, *plan.items[i].step, plan.items[i].row, plan.items[i].at))
             return false;
     }
     return true;
@@ -560,7 +745,7 @@ bool shapeName(const Ctx& c) { return ksDxfWriteText(c.target, 2, names.shape); 
 
 bool styleIfNotStandard(const Ctx& c)
 {
-    return ksStrCompare(names.style.text, "Standard") == 0 || writeName(c, 7, names.style);
+    return names.style->standard || writeName(c, 7, *names.style);
 }
 
 // 11, 21 and from AC1006 31 with the insertion's Z, for aligned text.
@@ -590,9 +775,13 @@ constexpr Step kAttributeTail[] = {
     ifSet(50), ifSet(41, 1.0), ifSet(51), call(styleIfNotStandard), ifSet(71), ifSet(72),
     call(attributeAlignment), ext(), ifSet(74, 0.0, 4, 4),
 };
-bool attributeTail(const Ctx& c) { return run(c, script(kAttributeTail)); }
+bool attributeTail(const Ctx& c)
+{
+    static Plan plans[2];  // ATTDEF's, ATTRIB's
+    return run(c, script(kAttributeTail), plans[c.header->type == ksEntAttrib ? 1 : 0]);
+}
 
-bool blockNameRef(const Ctx& c) { return writeBlockName(c, 2, names.block.text, names.block.index); }
+bool blockNameRef(const Ctx& c) { return writeName(c, 2, *names.block); }
 
 bool insertMarker(const Ctx& c)
 {
@@ -665,7 +854,8 @@ bool vertexMarkers(const Ctx& c)
 constexpr Step kFaceIndices[] = {field(71), field(72), field(73), field(74)};
 bool faceIndicesOrExt(const Ctx& c)
 {
-    return bodyOf<ksVertexBody>(c).faceIndexCount > 0 ? run(c, script(kFaceIndices)) : writeExtrusion(c);
+    static Plan plan;
+    return bodyOf<ksVertexBody>(c).faceIndexCount > 0 ? run(c, script(kFaceIndices), plan) : writeExtrusion(c);
 }
 
 // Solid model text: lines of the blob, each byte 33 to 126 mirrored.
@@ -778,13 +968,12 @@ bool mtextText(const Ctx& c)
 
 bool mtextStyle(const Ctx& c)
 {
-    return names.style.text[0] == '\0' || ksStrCompare(names.style.text, "Standard") == 0 ||
-           writeName(c, 7, names.style);
+    return names.style->text[0] == '\0' || names.style->standard || writeName(c, 7, *names.style);
 }
 
-bool dimstyleName(const Ctx& c) { return writeName(c, 3, names.dimstyle); }
+bool dimstyleName(const Ctx& c) { return writeName(c, 3, *names.dimstyle); }
 
-bool unnamedStyle() { return names.dimstyle.text[0] == '\0' || ksStrCompare(names.dimstyle.text, "*UNNAMED") == 0; }
+bool unnamedStyle() { return names.dimstyle->text[0] == '\0' || names.dimstyle->unnamed; }
 
 // The arrow size of a leader: DIMASZ of its style, or the DSTYLE override
 // (code 41) in the ACAD application's extended data.
@@ -945,9 +1134,9 @@ bool dimensionBody(const Ctx& c)
 }
 
 // The name of a layer named by extended data, through the layer names' cache.
-bool frozenLayerName(const Ctx& c, const ksObjHandle& handle, EntityName* out)
+EntityName* frozenLayerName(const Ctx& c, const ksObjHandle& handle)
 {
-    return resolveName(c.source, ksRefLayer, handle, out);
+    return findName(c.source, ksRefLayer, handle);
 }
 
 bool viewportView(const Ctx& c)
@@ -958,7 +1147,7 @@ bool viewportView(const Ctx& c)
     if (vp.frozenLayerCount > 0 && layers == nullptr)
         return false;
     bool ok = true;
-    EntityName layer;
+    EntityName* layer = nullptr;
     ksObjHandle handle;
     if (c.version < ksAC1015) {
         const int32_t bits = vp.statusFlags;
@@ -977,8 +1166,8 @@ bool viewportView(const Ctx& c)
              ksDxfWriteReal(t, 1040, vp.snapSpacing.y) && ksDxfWriteReal(t, 1040, vp.gridSpacing.x) &&
              ksDxfWriteReal(t, 1040, vp.gridSpacing.y) && flag(2048) && ksDxfWriteChar(t, 1002, '{');
         for (int32_t i = 0; ok && i < vp.frozenLayerCount; ++i) {
-            ok = ksBlobReadHandle(layers, &handle) && frozenLayerName(c, handle, &layer) &&
-                 ksDxfWriteName(c.source, t, 1003, layer.text, layer.index);
+            ok = ksBlobReadHandle(layers, &handle) && (layer = frozenLayerName(c, handle)) != nullptr &&
+                 writeName(c, 1003, *layer);
             if (!ok && ksG->errorNumber != 27)
                 ksG->errorNumber = 66;
         }
@@ -1121,7 +1310,7 @@ bool writeArcAlignedText(const Ctx& c)
     ksFcb* t = c.target;
     if (!writeGraphics(t, a.graphics) || !ksDxfWriteText(t, 100, "AcDbArcAlignedText") ||
         !ksDxfWriteText(t, 1, a.text) || !ksDxfWriteText(t, 2, a.fontName) || !ksDxfWriteText(t, 3, a.bigFontName) ||
-        !writeName(c, 7, names.style) || !ksDxfWritePoint3(t, 10, a.center))
+        !writeName(c, 7, *names.style) || !ksDxfWritePoint3(t, 10, a.center))
         return false;
     const double reals[] = {a.radius, a.widthFactor, a.height, a.spacing, a.offsetFromArc, a.rightOffset, a.leftOffset};
     for (int i = 0; i < 7; ++i) {
@@ -1172,7 +1361,7 @@ bool writeRtext(const Ctx& c)
     ksFcb* t = c.target;
     return writeGraphics(t, r.graphics) && ksDxfWriteText(t, 100, "RText") && ksDxfWritePoint3(t, 10, r.insertion) &&
            ksDxfWritePoint3Full(t, 210, c.header->extrusion) && ksDxfWriteReal(t, 50, r.rotation) &&
-           ksDxfWriteReal(t, 40, r.height) && writeName(c, 7, names.style) && ksDxfWriteInt16(t, 70, r.rtextFlags) &&
+           ksDxfWriteReal(t, 40, r.height) && writeName(c, 7, *names.style) && ksDxfWriteInt16(t, 70, r.rtextFlags) &&
            ksDxfWriteText(t, 1, r.contents);
 }
 
@@ -1529,10 +1718,10 @@ bool writeHead(const Ctx& c, const char* name)
             !(!(h.flags & ksEntityPaperSpace) || ksDxfWriteInt16(t, 67, 1)))
             return false;
     }
-    if (!writeName(c, 8, names.layer) ||
+    if (!writeName(c, 8, *names.layer) ||
         !(c.version < ksAC1015 || h.lineweight == -1 || h.lineweight == 28 ||
           ksDxfWriteInt16(t, 370, h.lineweight)) ||
-        !(ksStrCompare(names.linetype.text, "BYLAYER") == 0 || writeName(c, 6, names.linetype)) ||
+        !(names.linetype->byLayer || writeName(c, 6, *names.linetype)) ||
         !(h.color == 256 || ksDxfWriteInt16(t, 62, h.color)) ||
         !(h.linetypeScale == 1.0 || ksDxfWriteReal(t, 48, h.linetypeScale)))
         return false;
@@ -1573,10 +1762,8 @@ bool writeEedItem(const Ctx& c, ksXdataItem& item)
         case 1002: return ksDxfWriteChar(t, 1002, static_cast<char>(item.value[0]));
         case 1003: {
             const auto handle = ksXdataGet<ksObjHandle>(item);
-            EntityName layer;
-            if (ksHandleIsNull(handle) || !frozenLayerName(c, handle, &layer))
-                return true;
-            return ksDxfWriteName(c.source, t, 1003, layer.text, layer.index);
+            EntityName* layer = ksHandleIsNull(handle) ? nullptr : frozenLayerName(c, handle);
+            return layer == nullptr || writeName(c, 1003, *layer);
         }
         case 1004: {
             const uint32_t chunk = t->fileType == 2 ? 127 : 255;
@@ -1619,8 +1806,8 @@ bool writeEed(const Ctx& c)
 
 int16_t ksDxfResolveEntityNames(ksFcb* source, ksFcb* /*target*/, ksEntityHeader* header, void* body)
 {
-    if (!resolveName(source, ksRefLinetype, header->linetypeHandle, &names.linetype) ||
-        !resolveName(source, ksRefLayer, header->layerHandle, &names.layer))
+    if (!resolveName(source, ksRefLinetype, header->linetypeHandle) ||
+        !resolveName(source, ksRefLayer, header->layerHandle))
         return 0;
     const int16_t type = header->type;
     const ksObjHandle* style = nullptr;
@@ -1652,9 +1839,8 @@ int16_t ksDxfResolveEntityNames(ksFcb* source, ksFcb* /*target*/, ksEntityHeader
             }
             break;
     }
-    if ((style && !resolveName(source, ksRefStyle, *style, &names.style)) ||
-        (block && !resolveName(source, ksRefBlock, *block, &names.block)) ||
-        (dimstyle && !resolveName(source, ksRefDimstyle, *dimstyle, &names.dimstyle)))
+    if ((style && !resolveName(source, ksRefStyle, *style)) || (block && !resolveName(source, ksRefBlock, *block)) ||
+        (dimstyle && !resolveName(source, ksRefDimstyle, *dimstyle)))
         return 0;
     if (type == ksEntShape)
         resolveShapeName(source, static_cast<ksShapeBody*>(body));
@@ -1674,16 +1860,17 @@ int16_t ksDxfWriteEntity(ksFcb* source, ksFcb* target, ksEntityHeader* header, v
     if (!fixed && (form == ksCeNone || c.version < ksAC1012))
         return 0;
 
-    char name[ksEntityNameSize];
+    // The fixed names are short and taken as they stand.
+    const char* name = nullptr;
+    char className[ksEntityNameSize];
     bool replay = false;
     if (fixed) {
-        copyName(name, ksEntityNames[type], sizeof name);
+        name = ksEntityNames[type];
     } else if (form == ksCeProxy) {
-        replay = type == ksEntProxy && proxyClassName(source, *static_cast<const ksProxyEntity*>(body), name);
-        if (!replay)
-            copyName(name, c.version == ksAC1012 ? "ACAD_ZOMBIE_ENTITY" : "ACAD_PROXY_ENTITY", sizeof name);
+        replay = type == ksEntProxy && proxyClassName(source, *static_cast<const ksProxyEntity*>(body), className);
+        name = replay ? className : c.version == ksAC1012 ? "ACAD_ZOMBIE_ENTITY" : "ACAD_PROXY_ENTITY";
     } else {
-        copyName(name, kClassNames[form], sizeof name);
+        name = kClassNames[form];
     }
     ksG->errorNumber = 27;
     if (!writeHead(c, name))
@@ -1691,7 +1878,11 @@ int16_t ksDxfWriteEntity(ksFcb* source, ksFcb* target, ksEntityHeader* header, v
 
     bool ok = true;
     switch (form) {
-        case ksCeNone: ok = run(c, kScripts[type]); break;
+        case ksCeNone: {
+            static Plan plans[ksEntityFixedCount];
+            ok = run(c, kScripts[type], plans[type]);
+            break;
+        }
         case ksCeLwpolyline: ok = writeLwpolyline(c); break;
         case ksCeHatch: ok = writeHatch(c); break;
         case ksCeImage: ok = writeImage(c, false); break;

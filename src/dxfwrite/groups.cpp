@@ -5,6 +5,7 @@
 #include "dxfwrite/groups.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <charconv>
 #include <cmath>
@@ -86,16 +87,27 @@ bool put(Sink& sink, const char* bytes, size_t count)
     return true;
 }
 
-// Runs one group's writing on the target's sink; a target without an open
-// output gets a sink of this call, emptied at its end.
+// Whether the target's groups gather in the open output.
+inline bool gathers(const ksFcb* fcb) { return output.buffer != nullptr && output.stream == fcb->outputFile; }
+
+// A group's writing on a sink of its own, for a target without an open
+// output; the sink is emptied at its end.
 template <typename Write>
-int16_t withSink(ksFcb* fcb, Write&& write)
+[[gnu::noinline]] int16_t throughSpare(ksFcb* fcb, Write& write)
 {
-    if (output.buffer != nullptr && output.stream == fcb->outputFile)
-        return write(output) ? 1 : 0;
     char spare[kSpareSize];
     Sink sink{fcb->outputFile, spare, 0, kSpareSize};
     return write(sink) && flush(sink) ? 1 : 0;
+}
+
+// Runs one group's writing on the target's sink; a target without an open
+// output gets a sink of this call, emptied at its end.
+template <typename Write>
+inline int16_t withSink(ksFcb* fcb, Write&& write)
+{
+    if (gathers(fcb)) [[likely]]
+        return write(output) ? 1 : 0;
+    return throughSpare(fcb, write);
 }
 
 // ---- Codes and fixed-size values ------------------------------------------
@@ -112,15 +124,65 @@ inline char* lineEnd(char* p)
     return p + 2;
 }
 
-// A decimal integer right-aligned in `width` columns ("%*d").
-char* rightAligned(char* p, int32_t value, int width)
+// "00" to "99": decimal digits are made two at a time.
+constexpr char kDigitPairs[] =
+    "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+    "8081828384858687888990919293949596979899";
+
+constexpr auto kPowersOfTenWhole = [] {
+    std::array<uint64_t, 20> powers{};
+    uint64_t power = 1;
+    for (uint64_t& p : powers) {
+        p = power;
+        power *= 10;
+    }
+    return powers;
+}();
+
+// Decimal digits of a number (1 for 0).
+inline int digitCount(uint64_t value)
 {
-    char digits[12];
-    const auto count = static_cast<int>(std::to_chars(digits, digits + sizeof digits, value).ptr - digits);
-    for (int i = count; i < width; ++i)
-        *p++ = ' ';
-    std::memcpy(p, digits, static_cast<size_t>(count));
-    return p + count;
+    const int bits = 64 - std::countl_zero(value | 1);
+    const int guess = (bits * 1233) >> 12;  // bits x log10(2), at most one short
+    return guess + (value >= kPowersOfTenWhole[static_cast<size_t>(guess)] ? 1 : 0) + (value == 0 ? 1 : 0);
+}
+
+// The decimal digits of a number, at least `least` of them (zeros in
+// front), written backwards so that they end at `end`; returns their start.
+template <typename Unsigned>
+inline char* digitsBefore(char* end, Unsigned value, int least = 1)
+{
+    while (value >= 100 || least > 2) {
+        end -= 2;
+        std::memcpy(end, kDigitPairs + 2 * (value % 100), 2);
+        value /= 100;
+        least -= 2;
+    }
+    if (value >= 10 || least == 2) {
+        end -= 2;
+        std::memcpy(end, kDigitPairs + 2 * value, 2);
+    } else if (value > 0 || least == 1) {
+        *--end = static_cast<char>('0' + value);
+    }
+    return end;
+}
+
+// The most columns a right-aligned integer is given: the widest precision.
+constexpr int kAlignedMax = 16;
+
+// A decimal integer right-aligned in `width` columns ("%*d"); width is at
+// most kAlignedMax and p has room for kAlignedMax bytes.
+inline char* rightAligned(char* p, int32_t value, int width)
+{
+    const uint32_t size = value < 0 ? 0u - static_cast<uint32_t>(value) : static_cast<uint32_t>(value);
+    const int count = digitCount(size) + (value < 0 ? 1 : 0);
+    char* end = p + std::max(width, count);
+    std::memset(p, ' ', kAlignedMax);
+    char* start = digitsBefore(end, size);
+    if (value < 0)
+        start[-1] = '-';
+    return end;
 }
 
 template <typename Unsigned>
@@ -131,11 +193,31 @@ char* littleEndian(char* p, Unsigned value)
     return p;
 }
 
-// The group code. ASCII: three columns and a line end. Binary: two bytes,
-// low first; before R13 codes up to 254 take one byte, and the byte 255
-// comes before the two bytes of any other (255 itself included, since a
-// reader takes that byte for the mark).
-char* putCode(char* p, const ksFcb* fcb, int16_t group)
+// The ASCII form of the codes below kCodeFormCount: "%3d" and CR LF, and
+// its length; the text is padded to 8 bytes so that it is copied whole.
+constexpr int kCodeFormCount = 1100;
+struct CodeForm {
+    char text[8];
+    uint8_t length;
+};
+constexpr auto kCodeForms = [] {
+    std::array<CodeForm, kCodeFormCount> forms{};
+    for (int code = 0; code < kCodeFormCount; ++code) {
+        CodeForm& form = forms[static_cast<size_t>(code)];
+        const int n = code >= 1000 ? 4 : 3;
+        for (int i = 0; i < n; ++i)
+            form.text[i] = ' ';
+        for (int i = n - 1, v = code; i >= 0 && (v > 0 || i == n - 1); --i, v /= 10)
+            form.text[i] = static_cast<char>('0' + v % 10);
+        form.text[n] = '\r';
+        form.text[n + 1] = '\n';
+        form.length = static_cast<uint8_t>(n + 2);
+    }
+    return forms;
+}();
+
+// The codes without a ready ASCII form, and the binary codes before R13.
+[[gnu::noinline]] char* putOtherCode(char* p, const ksFcb* fcb, int16_t group)
 {
     if (!isBinary(fcb))
         return lineEnd(rightAligned(p, group, 3));
@@ -148,6 +230,24 @@ char* putCode(char* p, const ksFcb* fcb, int16_t group)
         *p++ = static_cast<char>(255);
     }
     return littleEndian(p, code);
+}
+
+// The group code. ASCII: three columns and a line end. Binary: two bytes,
+// low first; before R13 codes up to 254 take one byte, and the byte 255
+// comes before the two bytes of any other (255 itself included, since a
+// reader takes that byte for the mark). p has room for 8 bytes at least.
+inline char* putCode(char* p, const ksFcb* fcb, int16_t group)
+{
+    if (!isBinary(fcb)) {
+        if (group >= 0 && group < kCodeFormCount) [[likely]] {
+            const CodeForm& form = kCodeForms[static_cast<size_t>(group)];
+            std::memcpy(p, form.text, sizeof form.text);
+            return p + form.length;
+        }
+    } else if (fcb->outputVersion >= ksAC1012) {
+        return littleEndian(p, static_cast<uint16_t>(group));
+    }
+    return putOtherCode(p, fcb, group);
 }
 
 // One group of a value of fixed size: putValue(p, binary) writes the value
@@ -164,6 +264,64 @@ int16_t writeGroup(ksFcb* fcb, int16_t group, PutValue&& putValue)
         commit(sink, binary ? p : lineEnd(p));
         return true;
     });
+}
+
+// Copies a few bytes without a call: two words that may overlap for up
+// to 16, a call for more.
+inline void copyShort(char* out, const char* in, size_t n)
+{
+    if (n >= 8 && n <= 16) {
+        uint64_t head, tail;
+        std::memcpy(&head, in, 8);
+        std::memcpy(&tail, in + n - 8, 8);
+        std::memcpy(out, &head, 8);
+        std::memcpy(out + n - 8, &tail, 8);
+    } else if (n >= 4 && n < 8) {
+        uint32_t head, tail;
+        std::memcpy(&head, in, 4);
+        std::memcpy(&tail, in + n - 4, 4);
+        std::memcpy(out, &head, 4);
+        std::memcpy(out + n - 4, &tail, 4);
+    } else if (n > 0 && n < 4) {
+        out[0] = in[0];
+        out[n / 2] = in[n / 2];
+        out[n - 1] = in[n - 1];
+    } else if (n > 16) {
+        std::memcpy(out, in, n);
+    }
+}
+
+// writeTextBytes for a long text or a target without an open output.
+[[gnu::noinline]] int16_t writeTextPieces(ksFcb* fcb, int16_t group, const char* text, size_t length)
+{
+    return withSink(fcb, [&](Sink& sink) {
+        char* p = room(sink, kGroupMax);
+        if (p == nullptr)
+            return false;
+        commit(sink, putCode(p, fcb, group));
+        return put(sink, text, length) && (isBinary(fcb) ? put(sink, "", 1) : put(sink, "\r\n", 2));
+    });
+}
+
+// A group of a text value of `length` bytes: the code, the bytes, then
+// CR LF or NUL.
+inline int16_t writeTextBytes(ksFcb* fcb, int16_t group, const char* text, size_t length)
+{
+    if (gathers(fcb) && length <= output.size - kGroupMax) [[likely]] {
+        char* p = room(output, static_cast<uint32_t>(kGroupMax + length));
+        if (p == nullptr)
+            return 0;
+        p = putCode(p, fcb, group);
+        copyShort(p, text, length);
+        p += length;
+        if (isBinary(fcb))
+            *p++ = '\0';
+        else
+            p = lineEnd(p);
+        commit(output, p);
+        return 1;
+    }
+    return writeTextPieces(fcb, group, text, length);
 }
 
 // A group of a text value: the code, the bytes from emit(sink), then CR LF
@@ -193,50 +351,101 @@ constexpr int kFullPlaces = 16;
 
 inline int placesInUse() { return std::clamp<int>(ksG->dxfPrecision, 0, ksDxfMaxPrecision); }
 
-// units / 10^places in decimals, with the sign in front.
-char* withPoint(char* out, bool negative, uint64_t units, int places)
+// units / 10^places in decimals, with the sign in front and the trailing
+// zeros of the decimals cut (one decimal stays); units is below 10^17. The
+// text is written backwards from its end, two digits a step. Places, when
+// not -1, is the number of places known in advance.
+template <int Places>
+inline char* withPointCut(char* out, bool negative, uint64_t units, int places)
 {
-    char digits[24];
-    const auto count = static_cast<int>(std::to_chars(digits, digits + sizeof digits, units).ptr - digits);
-    if (negative)
-        *out++ = '-';
-    const int whole = count - places;
-    if (whole <= 0) {
-        *out++ = '0';
-        *out++ = '.';
-        std::memset(out, '0', static_cast<size_t>(-whole));
-        out += -whole;
-        std::memcpy(out, digits, static_cast<size_t>(count));
-        return out + count;
-    }
-    std::memcpy(out, digits, static_cast<size_t>(whole));
-    out += whole;
+    if constexpr (Places >= 0)
+        places = Places;
+    uint64_t whole = units;
+    uint64_t fraction = 0;
+    int kept = 0;  // decimals that stay
     if (places > 0) {
-        *out++ = '.';
-        std::memcpy(out, digits + whole, static_cast<size_t>(places));
-        out += places;
-    }
-    return out;
-}
-
-// "%.{places}f". The quick way scales by 10^places, an exact power, and
-// rounds to whole units. Below 2^52 the product's fraction, and that less
-// one half, are exact multiples of its last place, while its rounding
-// error is at most half of that place: a fraction other than one half
-// lies on the same side of it as the exact product's. A half may stem
-// from rounding; it takes to_chars's exact digits, as larger values do.
-char* fixedForm(char* out, double value, int places)
-{
-    const double scaled = std::fabs(value) * kPowersOfTen[places];
-    if (scaled < 0x1p52) {
-        const double whole = std::floor(scaled);
-        const double overHalf = (scaled - whole) - 0.5;
-        if (overHalf != 0.0) {
-            const uint64_t units = static_cast<uint64_t>(whole) + (overHalf > 0 ? 1 : 0);
-            return withPoint(out, std::signbit(value), units, places);
+        const uint64_t scale = kPowersOfTenWhole[places];
+        whole = units / scale;
+        fraction = units % scale;
+        kept = places;
+        if (fraction == 0) {
+            kept = 1;
+        } else {
+            // At most places - 1 zeros end a fraction that isn't 0: cut
+            // by halves, 8 (when there can be so many), 4, 2 and 1.
+            if (places > 8 && fraction % 100000000 == 0) {
+                fraction /= 100000000;
+                kept -= 8;
+            }
+            if (fraction % 10000 == 0) {
+                fraction /= 10000;
+                kept -= 4;
+            }
+            if (fraction % 100 == 0) {
+                fraction /= 100;
+                kept -= 2;
+            }
+            if (fraction % 10 == 0) {
+                fraction /= 10;
+                kept -= 1;
+            }
         }
     }
-    return std::to_chars(out, out + ksDxfRealTextMax, value, std::chars_format::fixed, places).ptr;
+    char* end = out + (negative ? 1 : 0) + digitCount(whole) + (kept > 0 ? kept + 1 : 0);
+    char* p = end;
+    if (kept > 0) {
+        p = digitsBefore(p, fraction, kept);
+        *--p = '.';
+    }
+    p = digitsBefore(p, whole);
+    if (negative)
+        p[-1] = '-';
+    return end;
+}
+
+// Cuts trailing zeros, at most `most` of them.
+inline char* cutZeros(char* end, int most)
+{
+    for (; most > 0 && end[-1] == '0'; --most)
+        --end;
+    return end;
+}
+
+// "%.{places}f" with the trailing zeros of the decimals cut (one decimal
+// stays). The quick way scales by 10^places, an exact power, and rounds to
+// whole units. Below 2^52 the product's fraction, and that less one half,
+// are exact multiples of its last place, while its rounding error is at
+// most half of that place: a fraction other than one half lies on the
+// same side of it as the exact product's. A half may stem from rounding;
+// it takes to_chars's exact digits, as larger values do.
+template <int Places>
+inline char* fixedFormOf(char* out, double value, int places)
+{
+    if constexpr (Places >= 0)
+        places = Places;
+    const double scaled = std::fabs(value) * kPowersOfTen[places];
+    if (scaled < 0x1p52) {
+        // Whole units: the conversion cuts the fraction off, which is the
+        // floor of a number this size, and the floor converts back exactly.
+        const auto whole = static_cast<int64_t>(scaled);
+        const double overHalf = (scaled - static_cast<double>(whole)) - 0.5;
+        if (overHalf != 0.0)
+            return withPointCut<Places>(out, std::signbit(value),
+                                        static_cast<uint64_t>(whole) + (overHalf > 0 ? 1 : 0), places);
+    }
+    return cutZeros(std::to_chars(out, out + ksDxfRealTextMax, value, std::chars_format::fixed, places).ptr,
+                    places - 1);
+}
+
+// The usual precision and the full one have forms of their own, with the
+// place count fixed.
+char* fixedForm(char* out, double value, int places)
+{
+    switch (places) {
+        case 6: return fixedFormOf<6>(out, value, places);
+        case kFullPlaces: return fixedFormOf<kFullPlaces>(out, value, places);
+        default: return fixedFormOf<-1>(out, value, places);
+    }
 }
 
 // "%.{places}E": to_chars's exponent has at least two digits, as that of
@@ -248,14 +457,6 @@ char* exponentForm(char* out, double value, int places)
         if (*c >= 'a' && *c <= 'z')
             *c = static_cast<char>(*c - 'a' + 'A');
     }
-    return end;
-}
-
-// Cuts trailing zeros, at most `most` of them.
-inline char* cutZeros(char* end, int most)
-{
-    for (; most > 0 && end[-1] == '0'; --most)
-        --end;
     return end;
 }
 
@@ -327,7 +528,7 @@ size_t ksDxfFormatReal(double value, char* out)
     } else if (size >= kExponentFormFrom) {
         end = exponentForm(out, value, places);
     } else {
-        end = cutZeros(fixedForm(out, value, places), places - 1);
+        end = fixedForm(out, value, places);
     }
     return static_cast<size_t>(end - out);
 }
@@ -335,7 +536,7 @@ size_t ksDxfFormatReal(double value, char* out)
 size_t ksDxfFormatRealFull(double value, char* out)
 {
     char* end = std::fabs(value) >= kExponentFormFrom ? exponentForm(out, value, placesInUse())
-                                                      : cutZeros(fixedForm(out, value, kFullPlaces), kFullPlaces - 1);
+                                                      : fixedForm(out, value, kFullPlaces);
     return static_cast<size_t>(end - out);
 }
 
@@ -397,9 +598,9 @@ size_t ksDxfShortName(const char* name, size_t length, int32_t limit, int32_t in
 
 // ---- Groups ------------------------------------------------------------------------
 
-int16_t ksDxfWriteText(ksFcb* fcb, int16_t group, const char* text)
+int16_t ksDxfWriteTextSized(ksFcb* fcb, int16_t group, const char* text, size_t length)
 {
-    return writeTextGroup(fcb, group, [&](Sink& sink) { return put(sink, text, std::strlen(text)); });
+    return writeTextBytes(fcb, group, text, length);
 }
 
 int16_t ksDxfWriteCoded(ksFcb* fcb, int16_t group, const char* text)
@@ -483,9 +684,23 @@ int16_t ksDxfWriteAngle(ksFcb* fcb, int16_t group, double radians)
 
 int16_t ksDxfWriteHandle(ksFcb* fcb, int16_t group, const ksObjHandle& handle)
 {
+    // The hexadecimal text goes straight to the buffer: 16 digits and an
+    // end mark at most.
+    if (gathers(fcb)) [[likely]] {
+        char* p = room(output, kGroupMax);
+        if (p == nullptr)
+            return 0;
+        p = putCode(p, fcb, group);
+        p += ksDxfHandleText(handle, p);
+        if (isBinary(fcb))
+            *p++ = '\0';
+        else
+            p = lineEnd(p);
+        commit(output, p);
+        return 1;
+    }
     char text[17];
-    ksDxfHandleText(handle, text);
-    return ksDxfWriteText(fcb, group, text);
+    return writeTextPieces(fcb, group, text, ksDxfHandleText(handle, text));
 }
 
 int16_t ksDxfWriteBytes(ksFcb* fcb, int16_t group, const uint8_t* bytes, uint8_t count)
@@ -524,10 +739,10 @@ int16_t ksDxfWriteDate(ksFcb* fcb, int16_t group, const ksDate& date, int16_t de
     });
 }
 
-int16_t ksDxfWriteName(ksFcb* source, ksFcb* fcb, int16_t group, const char* name, int32_t index)
+static_assert(ksDxfShortNameFormSize >= ksTableNameSize + 32);
+
+size_t ksDxfShortNameForm(ksFcb* source, const char* name, int32_t index, char* out)
 {
-    if (fcb->outputVersion >= ksAC1015)
-        return ksDxfWriteText(fcb, group, name);
     char bounded[ksTableNameSize];
     const size_t length = strnlen(name, sizeof bounded - 1);
     std::memcpy(bounded, name, length);
@@ -535,43 +750,93 @@ int16_t ksDxfWriteName(ksFcb* source, ksFcb* fcb, int16_t group, const char* nam
     // A block that prefixes external reference symbols has the room they
     // leave it, whether its name stands alone or in front of a "|".
     const int32_t limit = std::memchr(bounded, '|', length) ? ksDefaultNameLimit : ksXrefNameLimit(source, bounded);
-    char shortened[sizeof bounded + 32];
-    ksFixName(source, bounded, index, limit, shortened);
+    ksFixName(source, bounded, index, limit, out);
+    return std::strlen(out);
+}
+
+int16_t ksDxfWriteName(ksFcb* source, ksFcb* fcb, int16_t group, const char* name, int32_t index)
+{
+    if (fcb->outputVersion >= ksAC1015)
+        return ksDxfWriteText(fcb, group, name);
+    char shortened[ksDxfShortNameFormSize];
+    ksDxfShortNameForm(source, name, index, shortened);
     return ksDxfWriteText(fcb, group, shortened);
 }
 
+namespace {
+
+// The axes of a point, `count` of them, as groups g, g + 10, g + 20: with
+// an open output in one go, else group by group.
+[[gnu::noinline]] int16_t writeAxesApart(ksFcb* fcb, int16_t group, const double* axes, int count, bool full)
+{
+    for (int i = 0; i < count; ++i) {
+        const auto g = static_cast<int16_t>(group + 10 * i);
+        if (!(full ? ksDxfWriteRealFull(fcb, g, axes[i]) : ksDxfWriteReal(fcb, g, axes[i])))
+            return 0;
+    }
+    return 1;
+}
+
+inline int16_t writeAxes(ksFcb* fcb, int16_t group, const double* axes, int count, bool full)
+{
+    if (gathers(fcb)) [[likely]] {
+        char* p = room(output, kGroupMax * 3);
+        if (p == nullptr)
+            return 0;
+        const bool binary = isBinary(fcb);
+        for (int i = 0; i < count; ++i) {
+            p = putCode(p, fcb, static_cast<int16_t>(group + 10 * i));
+            if (binary) {
+                p = littleEndian(p, std::bit_cast<uint64_t>(axes[i]));
+            } else {
+                p += full ? ksDxfFormatRealFull(axes[i], p) : ksDxfFormatReal(axes[i], p);
+                p = lineEnd(p);
+            }
+        }
+        commit(output, p);
+        return 1;
+    }
+    return writeAxesApart(fcb, group, axes, count, full);
+}
+
+}  // namespace
+
 int16_t ksDxfWritePoint2(ksFcb* fcb, int16_t group, const ksPoint2& p)
 {
-    return ksDxfWriteReal(fcb, group, p.x) && ksDxfWriteReal(fcb, group + 10, p.y);
+    const double axes[] = {p.x, p.y};
+    return writeAxes(fcb, group, axes, 2, false);
 }
 
 int16_t ksDxfWritePoint3(ksFcb* fcb, int16_t group, const ksPoint3& p)
 {
-    return ksDxfWriteReal(fcb, group, p.x) && ksDxfWriteReal(fcb, group + 10, p.y) &&
-           ksDxfWriteReal(fcb, group + 20, p.z);
+    const double axes[] = {p.x, p.y, p.z};
+    return writeAxes(fcb, group, axes, 3, false);
 }
 
 int16_t ksDxfWritePoint2Full(ksFcb* fcb, int16_t group, const ksPoint2& p)
 {
-    return ksDxfWriteRealFull(fcb, group, p.x) && ksDxfWriteRealFull(fcb, group + 10, p.y);
+    const double axes[] = {p.x, p.y};
+    return writeAxes(fcb, group, axes, 2, true);
 }
 
 int16_t ksDxfWritePoint3Full(ksFcb* fcb, int16_t group, const ksPoint3& p)
 {
-    return ksDxfWriteRealFull(fcb, group, p.x) && ksDxfWriteRealFull(fcb, group + 10, p.y) &&
-           ksDxfWriteRealFull(fcb, group + 20, p.z);
+    const double axes[] = {p.x, p.y, p.z};
+    return writeAxes(fcb, group, axes, 3, true);
 }
 
 int16_t ksDxfWritePointVar(ksFcb* fcb, const ksPoint3& p, int16_t group)
 {
     const bool z = fcb->outputVersion >= ksAC1006 && (ksG->dxfWriteZeroZ || p.z != 0.0);
-    return ksDxfWritePoint2(fcb, group, {p.x, p.y}) && (!z || ksDxfWriteReal(fcb, group + 20, p.z));
+    const double axes[] = {p.x, p.y, p.z};
+    return writeAxes(fcb, group, axes, z ? 3 : 2, false);
 }
 
 int16_t ksDxfWritePointKeepZ(ksFcb* fcb, int16_t group, const ksPoint3& p)
 {
     const bool z = fcb->outputVersion >= ksAC1006 || p.z != 0.0;
-    return ksDxfWritePoint2(fcb, group, {p.x, p.y}) && (!z || ksDxfWriteReal(fcb, group + 20, p.z));
+    const double axes[] = {p.x, p.y, p.z};
+    return writeAxes(fcb, group, axes, z ? 3 : 2, false);
 }
 
 int16_t ksDxfHeaderInt(ksFcb* fcb, const char* name, int16_t value, int16_t group)

@@ -20,6 +20,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "frame/kstypes.h"
 
@@ -70,7 +71,11 @@ size_t ksDxfShortName(const char* name, size_t length, int32_t limit, int32_t in
 // ---- Groups --------------------------------------------------------------
 
 // A text as it stands: its bytes and CR LF, or its bytes and NUL.
-int16_t ksDxfWriteText(ksFcb* fcb, int16_t group, const char* text);
+int16_t ksDxfWriteTextSized(ksFcb* fcb, int16_t group, const char* text, size_t length);
+inline int16_t ksDxfWriteText(ksFcb* fcb, int16_t group, const char* text)
+{
+    return ksDxfWriteTextSized(fcb, group, text, std::strlen(text));
+}
 // A text with control bytes and carets coded: a byte below 32 is "^" and
 // the byte + 64, a "^" is "^ " unless it is the second byte of a double
 // byte character (odd place, byte before it above 127).
@@ -110,6 +115,11 @@ int16_t ksDxfWriteDate(ksFcb* fcb, int16_t group, const ksDate& date, int16_t de
 // block table as its index (0 when there is no such block). So every
 // writer of a name, its table's and its users', gives it the same form.
 int16_t ksDxfWriteName(ksFcb* source, ksFcb* fcb, int16_t group, const char* name, int32_t index);
+// The text ksDxfWriteName writes for a target before R2000, into out
+// (ksDxfShortNameFormSize bytes) with an end mark; returns its length.
+// Within one save it depends on nothing but the name and the index.
+inline constexpr size_t ksDxfShortNameFormSize = 512 + 32;
+size_t ksDxfShortNameForm(ksFcb* source, const char* name, int32_t index, char* out);
 
 // Points: the axes as groups g, g + 10, g + 20.
 int16_t ksDxfWritePoint2(ksFcb* fcb, int16_t group, const ksPoint2& p);

@@ -1,6 +1,7 @@
 #include "store/entitylist.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstring>
 
@@ -272,10 +273,18 @@ uint32_t packHead(const ksEntityHeader& h, uint8_t* node)
     return kHeadSize + commonSize;
 }
 
+// A handle from its last `length` bytes (at most 8). The bytes gather in a
+// word, most significant first, which is stored at once.
 ksObjHandle handleFromTail(const uint8_t* p, int length)
 {
-    ksObjHandle h{};
-    std::memcpy(h.bytes + 8 - length, p, length);
+    uint64_t value = 0;
+    for (int i = 0; i < length; ++i)
+        value = value << 8 | p[i];
+    if constexpr (std::endian::native == std::endian::little)
+        value = __builtin_bswap64(value);
+    ksObjHandle h;
+    static_assert(sizeof h.bytes == sizeof value);
+    std::memcpy(h.bytes, &value, sizeof value);
     return h;
 }
 
@@ -452,62 +461,104 @@ ksLoc ksEntityPack(ksFcb* fcb, ksLoc list, const ksEntityHeader* header, const v
     return node;
 }
 
+namespace {
+
+template <typename T>
+inline T readAt(const uint8_t* p)
+{
+    T value;
+    std::memcpy(&value, p, sizeof value);
+    return value;
+}
+
+}  // namespace
+
 int16_t ksEntityUnpack(const ksFcb* /*fcb*/, ksLoc node, ksEntityHeader* header, void* body, uint32_t* bodySizeOut,
                        ksLoc* nextOut)
 {
     const auto* n = static_cast<const uint8_t*>(ksVmPtr(node));
     if (n == nullptr)
         return 0;
-    ksEntityHeader h{};
-    std::memcpy(&h.type, n + kTypeAt, 2);
-    std::memcpy(h.handle.bytes, n + kHandleAt, 8);
+    // The fields gather in locals and go to the header field by field once
+    // the body is in: a header is left as it was when the node is refused.
+    const auto type = readAt<int16_t>(n + kTypeAt);
     uint8_t flags = n[kFlagsAt];
-    uint8_t presence = n[kPresenceAt];
+    const uint8_t presence = n[kPresenceAt];
     const uint8_t* p = n + kHeadSize;
-    auto take = [&p](void* out, size_t size) {
-        std::memcpy(out, p, size);
-        p += size;
-    };
-    h.color = 256;
-    h.extrusion = {0, 0, 1.0};
-    h.linetypeScale = 1.0;
+    double thickness = 0.0;
+    int16_t color = 256;
+    ksPoint3 extrusion{0, 0, 1.0};
+    ksLoc eed = 0;
+    double linetypeScale = 1.0;
+    int32_t userData = 0;
+    int32_t reactorCount = 0;
+    ksLoc reactors = 0;
+    ksObjHandle xdictHandle{};
     flags &= static_cast<uint8_t>(~ksEntityOwnExtrusion);
-    if (presence & kHasThickness)
-        take(&h.thickness, 8);
-    if (presence & kHasColor)
-        take(&h.color, 2);
+    if (presence & kHasThickness) {
+        thickness = readAt<double>(p);
+        p += 8;
+    }
+    if (presence & kHasColor) {
+        color = readAt<int16_t>(p);
+        p += 2;
+    }
     if (presence & kHasExtrusion) {
-        take(&h.extrusion, 24);
+        extrusion = readAt<ksPoint3>(p);
+        p += 24;
         flags |= ksEntityOwnExtrusion;
     }
-    if (presence & kHasEed)
-        take(&h.eed, 4);
-    if (presence & kHasLinetypeScale)
-        take(&h.linetypeScale, 8);
-    if (presence & kHasUserData)
-        take(&h.userData, 4);
+    if (presence & kHasEed) {
+        eed = readAt<ksLoc>(p);
+        p += 4;
+    }
+    if (presence & kHasLinetypeScale) {
+        linetypeScale = readAt<double>(p);
+        p += 8;
+    }
+    if (presence & kHasUserData) {
+        userData = readAt<int32_t>(p);
+        p += 4;
+    }
     if (presence & kHasReactors) {
-        take(&h.reactorCount, 4);
-        take(&h.reactors, 4);
+        reactorCount = readAt<int32_t>(p);
+        reactors = readAt<ksLoc>(p + 4);
+        p += 8;
     }
     if (presence & kHasXdict) {
         int length = *p++ & 15;
-        h.xdictHandle = handleFromTail(p, length > 8 ? 8 : length);
+        xdictHandle = handleFromTail(p, length > 8 ? 8 : length);
         p += length;
     }
-    take(&h.lineweight, 2);
+    const auto lineweight = readAt<int16_t>(p);
+    p += 2;
     int m = *p >> 4 & 15, l = *p & 15;
     ++p;
-    h.layerHandle = handleFromTail(p, m > 8 ? 8 : m);
+    const ksObjHandle layerHandle = handleFromTail(p, m > 8 ? 8 : m);
     p += m;
-    h.linetypeHandle = handleFromTail(p, l > 8 ? 8 : l);
+    const ksObjHandle linetypeHandle = handleFromTail(p, l > 8 ? 8 : l);
     p += l;
-    uint16_t bodySize;
-    take(&bodySize, 2);
-    h.flags = static_cast<int8_t>(flags);
-    if (!unpackBody(h.type, p, bodySize, static_cast<uint8_t*>(body)))
+    const auto bodySize = readAt<uint16_t>(p);
+    p += 2;
+    if (!unpackBody(type, p, bodySize, static_cast<uint8_t*>(body)))
         return 0;
-    *header = h;
+    // Every field of the header is set here.
+    static_assert(sizeof(ksEntityHeader) == 112, "a new header field is unpacked here too");
+    header->type = type;
+    std::memcpy(header->handle.bytes, n + kHandleAt, 8);
+    header->layerHandle = layerHandle;
+    header->linetypeHandle = linetypeHandle;
+    header->xdictHandle = xdictHandle;
+    header->thickness = thickness;
+    header->color = color;
+    header->extrusion = extrusion;
+    header->linetypeScale = linetypeScale;
+    header->flags = static_cast<int8_t>(flags);
+    header->lineweight = lineweight;
+    header->userData = userData;
+    header->eed = eed;
+    header->reactorCount = reactorCount;
+    header->reactors = reactors;
     if (bodySizeOut)
         *bodySizeOut = bodySize;
     if (nextOut)
