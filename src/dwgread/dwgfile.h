@@ -194,9 +194,10 @@ int16_t ksReadProgress(ksFcb* fcb);
 // ---- Tables
 
 // Opens a control object (one of ksTableHead) and takes its entry handles
-// (null ones passed over) for ksNextTableEntry. 1, or 0 when the control
-// object can't be read.
-int16_t ksBeginTable(ksFcb* fcb, int table, bool extraByte);
+// (null ones passed over) for ksNextTableEntry; the dimension style
+// control of R2000 has one byte more, which it knows by itself. 1, or 0
+// when the control object can't be read.
+int16_t ksBeginTable(ksFcb* fcb, int table);
 // The next entry handle into *handleOut: 1 when its object is found and
 // the reader stands on it, 0 when the map lacks it (the entry reads as
 // erased), -1 when the list is used up.

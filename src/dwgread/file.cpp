@@ -695,7 +695,7 @@ int16_t ksReadProgress(ksFcb* fcb)
 // ---------------------------------------------------------------------------
 // Tables
 
-int16_t ksBeginTable(ksFcb* fcb, int table, bool)
+int16_t ksBeginTable(ksFcb* fcb, int table)
 {
     ksDwgState& st = *ksDwg(fcb);
     st.tableEntries.clear();

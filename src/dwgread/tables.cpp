@@ -178,21 +178,21 @@ ksObjHandle blockNamed(ksFcb* fcb, const char* name)
 // ---------------------------------------------------------------------------
 // Starting a table
 
-int16_t ksDwgStartLinetypes(ksFcb* fcb) { return ksBeginTable(fcb, ksHeadLinetypes, false); }
-int16_t ksDwgStartLayers(ksFcb* fcb) { return ksBeginTable(fcb, ksHeadLayers, false); }
-int16_t ksDwgStartShapeFiles(ksFcb* fcb) { return ksBeginTable(fcb, ksHeadStyles, false); }
-int16_t ksDwgStartViews(ksFcb* fcb) { return ksBeginTable(fcb, ksHeadViews, false); }
-int16_t ksDwgStartUcses(ksFcb* fcb) { return ksBeginTable(fcb, ksHeadUcses, false); }
-int16_t ksDwgStartVports(ksFcb* fcb) { return ksBeginTable(fcb, ksHeadVports, false); }
+int16_t ksDwgStartLinetypes(ksFcb* fcb) { return ksBeginTable(fcb, ksHeadLinetypes); }
+int16_t ksDwgStartLayers(ksFcb* fcb) { return ksBeginTable(fcb, ksHeadLayers); }
+int16_t ksDwgStartShapeFiles(ksFcb* fcb) { return ksBeginTable(fcb, ksHeadStyles); }
+int16_t ksDwgStartViews(ksFcb* fcb) { return ksBeginTable(fcb, ksHeadViews); }
+int16_t ksDwgStartUcses(ksFcb* fcb) { return ksBeginTable(fcb, ksHeadUcses); }
+int16_t ksDwgStartVports(ksFcb* fcb) { return ksBeginTable(fcb, ksHeadVports); }
 
 int16_t ksDwgStartRegApps(ksFcb* fcb)
 {
     ksDwg(fcb)->regAppIndex = 0;
-    return ksBeginTable(fcb, ksHeadAppids, false);
+    return ksBeginTable(fcb, ksHeadAppids);
 }
 
 // The control object of R2000 dimension styles has one byte more.
-int16_t ksDwgStartDimStyles(ksFcb* fcb) { return ksBeginTable(fcb, ksHeadDimstyles, isR2000(fcb)); }
+int16_t ksDwgStartDimStyles(ksFcb* fcb) { return ksBeginTable(fcb, ksHeadDimstyles); }
 
 // All block header handles are taken at once: the blocks are read by
 // index, and the list has no other way in.
@@ -201,7 +201,7 @@ int16_t ksDwgStartBlockHeaders(ksFcb* fcb)
     ksDwgState& st = *ksDwg(fcb);
     st.blockHeaders.clear();
     st.blockNext = 0;
-    if (!ksBeginTable(fcb, ksHeadBlocks, false))
+    if (!ksBeginTable(fcb, ksHeadBlocks))
         return 0;
     st.blockHeaders.swap(st.tableEntries);
     st.tableEntries.clear();
@@ -760,7 +760,7 @@ int16_t ksDwgStartVpEntHeaders(ksFcb* fcb)
         st.vpentViewports[st.vpentViewportCount++] = entry.viewport;
         at = entry.next;
     }
-    if (!ksBeginTable(fcb, ksHeadVpEntHeaders, false))
+    if (!ksBeginTable(fcb, ksHeadVpEntHeaders))
         return 0;
     st.vpentFirst = 1;
     return 1;

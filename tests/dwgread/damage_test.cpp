@@ -77,7 +77,7 @@ TEST_F(DamagedDwg, FlippedBytesLoadOrFail)
         std::vector<std::pair<uint32_t, uint32_t>> spans;
         ksDwgState& st = *ksDwg(fcb);
         for (int table = 0; table < ksTableHeadCount; ++table) {
-            ksBeginTable(fcb, table, false);
+            ksBeginTable(fcb, table);
             for (const ksObjHandle& h : st.tableEntries)
                 if (ksSeekHandle(fcb, h) && st.pos + 4 < whole.size())
                     spans.emplace_back(st.pos + 2, std::min<uint32_t>(whole[st.pos] | (whole[st.pos + 1] & 0x7f) << 8,
