@@ -120,6 +120,8 @@ struct ksDwgState {
     ksObjHandle blockEntity{}, firstEntity{}, lastEntity{}, endblkEntity{};
     // What a complex entity reads behind its body.
     ksObjHandle firstSub{}, lastSub{}, seqend{};
+    // What a 2D POLYLINE notes for its vertices.
+    double polylineElevation = 0.0, polylineStartWidth = 0.0, polylineEndWidth = 0.0;
     uint32_t entitiesRead = 0;   // guards against chains that loop
 
     // Class section stream.

@@ -30,6 +30,7 @@
 // goes on behind the owner once the SEQEND is read.
 #include <cstring>
 
+#include "dwgread/bodyread.h"
 #include "dwgread/dwgfile.h"
 #include "dwgread/ops.h"
 #include "frame/fcb.h"
@@ -45,20 +46,8 @@ namespace {
 
 constexpr double kFullTurn = 6.28318530718;
 
-// What one entity read works on.
-struct EntityRead {
-    ksFcb* fcb;
-    ksDwgState& st;
-    ksBitReader& r;
-    ksEntityHeader* header;
-    ksEntityBody* body;
-    bool r2000;
-};
-
-// A body reader: the data behind the common data, ksReadEntityHandles,
-// then the body's own handles. False for data it refuses; a stream that
-// runs out is caught by the caller.
-using BodyReader = bool (*)(EntityRead&);
+using EntityRead = ksBodyRead;
+using BodyReader = ksBodyReader;
 
 // R2000 plot style flags of the entity being read: with 3 a plot style
 // handle follows the linetype in the handle stream. Loads run one at a
@@ -72,28 +61,14 @@ bool same(const ksObjHandle& a, const ksObjHandle& b)
 
 // ---- Pieces of the bodies
 
-void readThickness(EntityRead& e)
-{
-    e.header->thickness = e.r2000 ? ksReadBTValue(e.r) : ksReadBDValue(e.r);
-}
+void readThickness(EntityRead& e) { ksReadEntityThickness(e); }
 
-void readExtrusion(EntityRead& e)
-{
-    if (e.r2000)
-        ksReadBE(e.r, &e.header->extrusion);
-    else
-        ksReadExtrusion(e.r, &e.header->extrusion);
-}
+void readExtrusion(EntityRead& e) { ksReadEntityExtrusion(e); }
 
-// A text of at most `limit` bytes into a field, cut to the field's room.
 template <size_t N>
 void readText(ksBitReader& r, char (&field)[N], int32_t limit)
 {
-    char text[ksAttributeValueSize + 1];
-    ksReadText(r, text, limit < ksAttributeValueSize ? limit : ksAttributeValueSize);
-    const size_t n = strnlen(text, N - 1);
-    std::memcpy(field, text, n);
-    field[n] = '\0';
+    ksReadTextField(r, field, limit);
 }
 
 // The style handle of TEXT, ATTDEF and ATTRIB, and of SHAPE.
@@ -353,47 +328,47 @@ constexpr EntityKind kEntityKinds[] = {
     {ksEntBlock, readBlock},        //  4 BLOCK
     {ksEntEndblk, readHandlesOnly}, //  5 ENDBLK
     {ksEntSeqend, readHandlesOnly}, //  6 SEQEND
-    {ksEntInsert, nullptr},         //  7 INSERT
-    {ksEntInsert, nullptr},         //  8 MINSERT
+    {ksEntInsert, ksReadInsertBody},       //  7 INSERT
+    {ksEntInsert, ksReadInsertBody},       //  8 MINSERT
     {0, nullptr},                   //  9
-    {ksEntVertex, nullptr},         // 10 VERTEX 2D
-    {ksEntVertex, nullptr},         // 11 VERTEX 3D
-    {ksEntVertex, nullptr},         // 12 VERTEX of a polygon mesh
-    {ksEntVertex, nullptr},         // 13 VERTEX of a polyface mesh
-    {ksEntVertex, nullptr},         // 14 face of a polyface mesh
-    {ksEntPolyline, nullptr},       // 15 POLYLINE 2D
-    {ksEntPolyline, nullptr},       // 16 POLYLINE 3D
+    {ksEntVertex, ksReadVertexBody},         // 10 VERTEX 2D
+    {ksEntVertex, ksReadVertexBody},         // 11 VERTEX 3D
+    {ksEntVertex, ksReadVertexBody},         // 12 VERTEX of a polygon mesh
+    {ksEntVertex, ksReadVertexBody},         // 13 VERTEX of a polyface mesh
+    {ksEntVertex, ksReadVertexBody},         // 14 face of a polyface mesh
+    {ksEntPolyline, ksReadPolylineBody},       // 15 POLYLINE 2D
+    {ksEntPolyline, ksReadPolylineBody},       // 16 POLYLINE 3D
     {ksEntArc, readArc},            // 17 ARC
     {ksEntCircle, readCircle},      // 18 CIRCLE
     {ksEntLine, readLine},          // 19 LINE
-    {ksEntDimension, nullptr},      // 20 DIMENSION ordinate
-    {ksEntDimension, nullptr},      // 21 linear
-    {ksEntDimension, nullptr},      // 22 aligned
-    {ksEntDimension, nullptr},      // 23 angular, 3 points
-    {ksEntDimension, nullptr},      // 24 angular, 2 lines
-    {ksEntDimension, nullptr},      // 25 radius
-    {ksEntDimension, nullptr},      // 26 diameter
+    {ksEntDimension, ksReadDimensionBody},      // 20 DIMENSION ordinate
+    {ksEntDimension, ksReadDimensionBody},      // 21 linear
+    {ksEntDimension, ksReadDimensionBody},      // 22 aligned
+    {ksEntDimension, ksReadDimensionBody},      // 23 angular, 3 points
+    {ksEntDimension, ksReadDimensionBody},      // 24 angular, 2 lines
+    {ksEntDimension, ksReadDimensionBody},      // 25 radius
+    {ksEntDimension, ksReadDimensionBody},      // 26 diameter
     {ksEntPoint, readPoint},        // 27 POINT
     {ksEnt3dFace, read3dFace},      // 28 3DFACE
-    {ksEntPolyline, nullptr},       // 29 POLYLINE polyface mesh
-    {ksEntPolyline, nullptr},       // 30 POLYLINE polygon mesh
+    {ksEntPolyline, ksReadPolylineBody},       // 29 POLYLINE polyface mesh
+    {ksEntPolyline, ksReadPolylineBody},       // 30 POLYLINE polygon mesh
     {ksEntSolid, readTrace},        // 31 SOLID
     {ksEntTrace, readTrace},        // 32 TRACE
     {ksEntShape, readShape},        // 33 SHAPE
-    {ksEntViewport, nullptr},       // 34 VIEWPORT
+    {ksEntViewport, ksReadViewportBody},       // 34 VIEWPORT
     {ksEntEllipse, readEllipse},    // 35 ELLIPSE
-    {ksEntSpline, nullptr},         // 36 SPLINE
-    {ksEntRegion, nullptr},         // 37 REGION
-    {ksEnt3dSolid, nullptr},        // 38 3DSOLID
-    {ksEntBody, nullptr},           // 39 BODY
+    {ksEntSpline, ksReadSplineBody},         // 36 SPLINE
+    {ksEntRegion, ksReadModelerBody},         // 37 REGION
+    {ksEnt3dSolid, ksReadModelerBody},        // 38 3DSOLID
+    {ksEntBody, ksReadModelerBody},           // 39 BODY
     {ksEntRay, readRay},            // 40 RAY
     {ksEntXline, readRay},          // 41 XLINE
     {0, nullptr},                   // 42 a dictionary
     {0, nullptr},                   // 43
-    {ksEntMtext, nullptr},          // 44 MTEXT
-    {ksEntLeader, nullptr},         // 45 LEADER
-    {ksEntTolerance, nullptr},      // 46 TOLERANCE
-    {ksEntMline, nullptr},          // 47 MLINE
+    {ksEntMtext, ksReadMtextBody},          // 44 MTEXT
+    {ksEntLeader, ksReadLeaderBody},         // 45 LEADER
+    {ksEntTolerance, ksReadToleranceBody},      // 46 TOLERANCE
+    {ksEntMline, ksReadMlineBody},          // 47 MLINE
 };
 constexpr int kEntityKindCount = static_cast<int>(sizeof kEntityKinds / sizeof kEntityKinds[0]);
 static_assert(kEntityKindCount == 48);
@@ -451,6 +426,19 @@ bool failEntity(ksFcb* fcb, ksEntityHeader* header, void* body)
 }  // namespace
 
 // ---------------------------------------------------------------------------
+
+void ksReadEntityThickness(ksBodyRead& e)
+{
+    e.header->thickness = e.r2000 ? ksReadBTValue(e.r) : ksReadBDValue(e.r);
+}
+
+void ksReadEntityExtrusion(ksBodyRead& e)
+{
+    if (e.r2000)
+        ksReadBE(e.r, &e.header->extrusion);
+    else
+        ksReadExtrusion(e.r, &e.header->extrusion);
+}
 
 int16_t ksReadEntityHandles(ksFcb* fcb, ksEntityHeader* header)
 {
@@ -631,31 +619,42 @@ int16_t ksDwgReadEntity(ksFcb* fcb, ksEntityHeader* header, void* body, int16_t*
         else if (type == 78)
             type = classes.hatch;
     }
-    // The entities of the drawing's classes and the proxy entity, which
-    // keep the graphic image, have no reader yet; nor has any type that is
-    // no entity. The image of a fixed type isn't kept.
-    ksBlobFree(graphic);
-    if (type <= 0 || type >= kEntityKindCount || kEntityKinds[type].read == nullptr)
+    // Types from 498 on are class numbers (or the proxy) and keep their
+    // code; the fixed types take theirs from the table. Any other type is
+    // no entity.
+    const bool classType = type >= ksEntProxy;
+    if (!classType && (type <= 0 || type >= kEntityKindCount || kEntityKinds[type].read == nullptr)) {
+        ksBlobFree(graphic);
         return ksDwgFail(fcb);
-    const EntityKind& kind = kEntityKinds[type];
-
-    header->type = kind.code;
-    ksEntityDefaults(nullptr, body, kind.code);
+    }
+    const int16_t code = classType ? type : kEntityKinds[type].code;
+    header->type = code;
+    if (!classType)
+        ksEntityDefaults(nullptr, body, code);
     if (!st.secondPass)
         header->flags = static_cast<int8_t>(header->flags | ksEntityPaperSpace);
-    EntityRead e{fcb, st, st.bits, header, static_cast<ksEntityBody*>(body), r2000};
+    EntityRead e{fcb, st, st.bits, header, static_cast<ksEntityBody*>(body), r2000, type, graphic};
+    // The image of a fixed type isn't kept; a class body that keeps one
+    // takes it over.
+    if (!classType) {
+        ksBlobFree(graphic);
+        e.graphic = 0;
+    }
     readCommonData(e);
     st.firstSub = st.lastSub = st.seqend = ksObjHandle{};
     st.bits.nextEntity = ksObjHandle{};
-    if (st.bits.bad || !kind.read(e) || st.bits.bad)
+    const BodyReader read = classType ? ksReadClassEntity : kEntityKinds[type].read;
+    const bool ok = !st.bits.bad && read(e) && !st.bits.bad;
+    ksBlobFree(e.graphic);
+    if (!ok)
         return failEntity(fcb, header, body);
 
     const ksPoint3& x = header->extrusion;
     if (x.x != 0.0 || x.y != 0.0 || x.z != 1.0)
         header->flags = static_cast<int8_t>(header->flags | ksEntityOwnExtrusion);
-    const bool hasAttributes = kind.code == ksEntInsert && e.body->insert.hasAttributes != 0;
-    ksDwgChainNext(st, kind.code, header->handle, st.bits.nextEntity, hasAttributes);
-    if ((kind.code == ksEntBlock || kind.code == ksEntEndblk) && ksHandleIsNull(header->layerHandle))
+    const bool hasAttributes = code == ksEntInsert && e.body->insert.hasAttributes != 0;
+    ksDwgChainNext(st, code, header->handle, st.bits.nextEntity, hasAttributes);
+    if ((code == ksEntBlock || code == ksEntEndblk) && ksHandleIsNull(header->layerHandle))
         header->layerHandle = ksTableFirstHandle(fcb, ksListLayers);
     return 1;
 }

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "dwgread/bitcodes.h"
+#include "dwgread/bodyread.h"
 #include "dwgread/dwgfile.h"
 #include "frame/fcb.h"
 #include "records/object.h"
@@ -55,18 +56,9 @@ constexpr FlagBit kMlineFlagBits[] = {
     {0x040, 0x020}, {0x100, 0x100}, {0x200, 0x400}, {0x400, 0x200},
 };
 
-uint64_t bitsLeft(const ksBitReader& r) { return r.bitEnd - r.bitPos; }
+using BlobOut = ksBlobOut;
 
-// Whether `count` items of at least `bitsEach` bits can still stand in the
-// stream; a negative count never can. A count that can't marks the stream
-// bad, so that the object is not kept.
-bool countFits(ksBitReader& r, int64_t count, unsigned bitsEach)
-{
-    if (count >= 0 && static_cast<uint64_t>(count) * bitsEach <= bitsLeft(r))
-        return true;
-    ksBitReaderFail(r);
-    return false;
-}
+bool countFits(ksBitReader& r, int64_t count, unsigned bitsEach) { return ksCountFits(r, count, bitsEach); }
 
 // A text of at most `limit` bytes into a field of N bytes; a longer text
 // than the field holds is cut to it.
@@ -81,67 +73,7 @@ void readText(ksBitReader& r, char (&field)[N], int32_t limit)
     field[n] = '\0';
 }
 
-// A new blob with its write cursor. finish() closes it and gives the blob,
-// or frees it and gives 0 when the writes failed or `keep` is false.
-struct BlobOut {
-    ksLoc blob = 0;
-    ksBlobCursor* cursor = nullptr;
-    bool ok = false;
-
-    bool open()
-    {
-        blob = ksBlobNew();
-        cursor = blob ? ksBlobOpenWrite(blob) : nullptr;
-        ok = cursor != nullptr;
-        if (!ok && blob) {
-            ksBlobFree(blob);
-            blob = 0;
-        }
-        return ok;
-    }
-    bool put(int16_t written)
-    {
-        ok = ok && written != 0;
-        return ok;
-    }
-    ksLoc finish(bool keep = true)
-    {
-        if (cursor != nullptr && !ksBlobCloseWrite(cursor))
-            ok = false;
-        cursor = nullptr;
-        if (!ok || !keep) {
-            if (blob)
-                ksBlobFree(blob);
-            blob = 0;
-        }
-        return blob;
-    }
-};
-
-// Bytes of the stream into a blob in pieces of at most kRawPiece; 0 for a
-// count of 0. The stream is marked bad when the bytes or the blob fail.
-ksLoc readRawBytes(ksBitReader& r, int32_t count)
-{
-    if (!countFits(r, count, 8) || count == 0)
-        return 0;
-    BlobOut out;
-    if (!out.open()) {
-        ksBitReaderFail(r);
-        return 0;
-    }
-    uint8_t piece[kRawPiece];
-    for (uint32_t left = static_cast<uint32_t>(count); left > 0 && out.ok;) {
-        const uint32_t n = std::min(left, kRawPiece);
-        if (!ksReadBytes(r, piece, n))
-            out.ok = false;
-        out.put(ksBlobWrite(out.cursor, piece, static_cast<uint16_t>(n)));
-        left -= n;
-    }
-    const ksLoc blob = out.finish();
-    if (blob == 0)
-        ksBitReaderFail(r);
-    return blob;
-}
+ksLoc readRawBytes(ksBitReader& r, int32_t count) { return ksReadRawBytes(r, count); }
 
 // count handles into a blob of 8-byte handles, 0 for none; a count the
 // stream can't hold, or a blob that can't be made, marks it bad.
@@ -582,6 +514,34 @@ bool openAs(ksFcb* fcb, ksObjectHeader* header, int16_t* hasExtended, int16_t ty
 }  // namespace
 
 // ---------------------------------------------------------------------------
+// Raw bytes
+
+// Bytes of the stream into a blob in pieces of at most kRawPiece; 0 for a
+// count of 0. The stream is marked bad when the bytes or the blob fail.
+ksLoc ksReadRawBytes(ksBitReader& r, int32_t count)
+{
+    if (!ksCountFits(r, count, 8) || count == 0)
+        return 0;
+    ksBlobOut out;
+    if (!out.open()) {
+        ksBitReaderFail(r);
+        return 0;
+    }
+    uint8_t piece[kRawPiece];
+    for (uint32_t left = static_cast<uint32_t>(count); left > 0 && out.ok;) {
+        const uint32_t n = std::min(left, kRawPiece);
+        if (!ksReadBytes(r, piece, n))
+            out.ok = false;
+        out.put(ksBlobWrite(out.cursor, piece, static_cast<uint16_t>(n)));
+        left -= n;
+    }
+    const ksLoc blob = out.finish();
+    if (blob == 0)
+        ksBitReaderFail(r);
+    return blob;
+}
+
+// ---------------------------------------------------------------------------
 // Raw bits and references
 
 ksLoc ksCopyBits(ksBitReader& r, int32_t* bitCount)
@@ -633,11 +593,11 @@ ksLoc ksReadReferences(ksBitReader& r, int32_t* count)
     int32_t n = 0;
     // A handle takes its code byte and as many bytes as that gives; the few
     // bits behind the last one are padding of the stream.
-    while (bitsLeft(r) >= 8) {
+    while (ksBitsLeft(r) >= 8) {
         const uint64_t mark = r.bitPos;
         const unsigned length = static_cast<unsigned>(ksReadRC(r) & 0x0f);
         r.bitPos = mark;
-        if (length > 8 || uint64_t{length + 1} * 8 > bitsLeft(r))
+        if (length > 8 || uint64_t{length + 1} * 8 > ksBitsLeft(r))
             break;
         ksHandleRef reference;
         ksReadTypedHandle(r, &reference);

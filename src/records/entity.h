@@ -209,6 +209,10 @@ struct ks3dFaceBody {
 // REGION, 3DSOLID and BODY: the solid model's text, lines ended by CR LF.
 struct ksModelerBody {
     ksLoc satData;  // 1 and 3
+    // What a DWG holds behind the text, kept to be written back: one byte,
+    // 1 when the text was there; four bytes, the number n of bits; the n
+    // bits packed from the top. Null for a model that came from DXF.
+    ksLoc modelerTail;
 };
 
 struct ksBlockBody {
@@ -503,7 +507,7 @@ static_assert(offsetof(ksVertexBody, point.z) == ksVertexCutXY);
 static_assert(offsetof(ksVertexBody, startWidth) == ksVertexCutPoint);
 static_assert(sizeof(ksLeaderBody) == 128 && sizeof(ksMlineBody) == 56);
 // The solid models, DIMENSION, MTEXT, TOLERANCE and VIEWPORT are kept to
-// the end of their fields (a solid model's 4 bytes; the fixed fields and
+// the end of their fields (a solid model's two blobs; the fixed fields and
 // the closing text of the others, the VIEWPORT's name included), which is
 // never more than these bounds.
 static_assert(sizeof(ksModelerBody) <= 40);

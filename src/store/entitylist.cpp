@@ -401,6 +401,8 @@ constexpr BlobField kBlobFields[] = {
     {ksEnt3dSolid, offsetof(ksModelerBody, satData)}, {ksEntBody, offsetof(ksModelerBody, satData)},
     {ksEntViewport, offsetof(ksViewportBody, frozenLayers)}, {ksEntMtext, offsetof(ksMtextBody, longText)},
     {ksEntLeader, offsetof(ksLeaderBody, vertices)}, {ksEntMline, offsetof(ksMlineBody, data)},
+    {ksEntRegion, offsetof(ksModelerBody, modelerTail)}, {ksEnt3dSolid, offsetof(ksModelerBody, modelerTail)},
+    {ksEntBody, offsetof(ksModelerBody, modelerTail)},
 };
 
 // Scratch for unpacking inside list operations; the toolkit runs one
