@@ -7,6 +7,14 @@
 //   LoadDwg/<release>   whole loads of the R13, R14 and R2000 DWG files
 //                       (bytes per second of the files that load
 //                       completely; `loaded` counts them)
+//   DwgToDxf/<release>  DWG to DXF as the command line converts (load, then
+//   DwgToDxf/all        save as R2000 ASCII DXF to /dev/null) of every R13,
+//                       R14 and R2000 DWG: bytes per second of the DWG
+//                       files that convert; `converted` counts them, and
+//                       `peakPerInput` is the largest ratio over one file of
+//                       what the load holds at its end (the file image and
+//                       the store) to the file's size, `peakMiB` the
+//                       largest such amount
 // One benchmark per corpus folder (dwg, dxf, dxf-binary), plus Sniff/all.
 //
 // Run: build/bench/zemacad_bench [--benchmark_filter=Sniff]
@@ -26,6 +34,8 @@
 #include "frame/globals.h"
 #include "frame/load.h"
 #include "frame/readerops.h"
+#include "frame/save.h"
+#include "store/vm.h"
 
 namespace fs = std::filesystem;
 
@@ -115,6 +125,39 @@ void loadStart(benchmark::State& state, const Folder* folder)
     state.counters["loaded"] = benchmark::Counter(static_cast<double>(loaded) / static_cast<double>(state.iterations()));
 }
 
+// Load and save as DXF, file after file. The store is measured right after
+// the load, when the drawing is whole and the file image still held.
+void dwgToDxf(benchmark::State& state, std::vector<const Folder*> folders)
+{
+    int64_t converted = 0;
+    int64_t convertedBytes = 0;
+    double peakRatio = 0.0, peakBytes = 0.0;
+    for (auto _ : state) {
+        for (const Folder* folder : folders) {
+            for (const Sample& sample : folder->samples) {
+                ksSetError(0);
+                const size_t before = ksVmBytesInUse();
+                ksFcb* fcb = ksLoadDrawing(sample.path.c_str(), 1, 0);
+                if (fcb == nullptr)
+                    continue;
+                const double held = static_cast<double>(ksVmBytesInUse() - before + sample.bytes);
+                peakBytes = std::max(peakBytes, held);
+                peakRatio = std::max(peakRatio, held / static_cast<double>(sample.bytes));
+                if (ksSaveDrawing(fcb, "/dev/null", 1, 7, 0, 16, 1, 0)) {
+                    ++converted;
+                    convertedBytes += static_cast<int64_t>(sample.bytes);
+                }
+                ksCloseDrawing(fcb);
+            }
+        }
+    }
+    state.SetBytesProcessed(convertedBytes);
+    state.counters["converted"] =
+        benchmark::Counter(static_cast<double>(converted) / static_cast<double>(state.iterations()));
+    state.counters["peakPerInput"] = peakRatio;
+    state.counters["peakMiB"] = peakBytes / (1024.0 * 1024.0);
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -170,6 +213,17 @@ int main(int argc, char** argv)
         const std::string name = release ? "LoadDwg/" + folder->name.substr(4) : "LoadStart/" + folder->name;
         benchmark::RegisterBenchmark(name.c_str(), loadStart, folder);
     }
+
+    std::vector<const Folder*> releases;
+    for (const Folder* folder : all) {
+        if (folder->name.starts_with("dwg/")) {
+            releases.push_back(folder);
+            benchmark::RegisterBenchmark(("DwgToDxf/" + folder->name.substr(4)).c_str(), dwgToDxf,
+                                         std::vector<const Folder*>{folder});
+        }
+    }
+    if (!releases.empty())
+        benchmark::RegisterBenchmark("DwgToDxf/all", dwgToDxf, releases);
 
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
