@@ -8,7 +8,7 @@
 //                       (bytes per second of the files that load
 //                       completely; `loaded` counts them)
 //   DwgToDxf/<release>  DWG to DXF as the command line converts (load, then
-//   DwgToDxf/all        save as R2000 ASCII DXF to /dev/null) of every R13,
+//   DwgToDxf/all        save as R14 ASCII DXF to /dev/null) of every R13,
 //                       R14 and R2000 DWG: bytes per second of the DWG
 //                       files that convert; `converted` counts them, and
 //                       `peakPerInput` is the largest ratio over one file of
@@ -143,7 +143,7 @@ void dwgToDxf(benchmark::State& state, std::vector<const Folder*> folders)
                 const double held = static_cast<double>(ksVmBytesInUse() - before + sample.bytes);
                 peakBytes = std::max(peakBytes, held);
                 peakRatio = std::max(peakRatio, held / static_cast<double>(sample.bytes));
-                if (ksSaveDrawing(fcb, "/dev/null", 1, 7, 0, 16, 1, 0)) {
+                if (ksSaveDrawing(fcb, "/dev/null", 1, ksAC1014, 0, 6, 1, 0)) {
                     ++converted;
                     convertedBytes += static_cast<int64_t>(sample.bytes);
                 }
