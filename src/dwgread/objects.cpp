@@ -107,23 +107,11 @@ void readReactors(ksBitReader& r, ksObjectHeader* header)
         header->reactorCount = 0;
 }
 
-// The tail of an object, at the start of its handle stream: the owner
-// (dropped: the writer gives every object its owner again), the reactors
-// and the extension dictionary (dropped).
+// The tail of an object, at the start of its handle stream: the owner,
+// the reactors and the extension dictionary (dropped). The owner is kept
+// for every object: DXF readers want it in group 330, and the writer can't
+// derive it for objects that no dictionary lists.
 bool readTail(ksBitReader& r, ksObjectHeader* header)
-{
-    if (!toHandles(r))
-        return false;
-    ksObjHandle dropped;
-    ksReadHandle(r, &dropped);
-    readReactors(r, header);
-    ksReadHandle(r, &dropped);
-    return !r.bad;
-}
-
-// The tail of the objects that keep their owner: it stands relative to
-// the object's own handle.
-bool readOwnerTail(ksBitReader& r, ksObjectHeader* header)
 {
     if (!toHandles(r))
         return false;
@@ -133,6 +121,8 @@ bool readOwnerTail(ksBitReader& r, ksObjectHeader* header)
     ksReadHandle(r, &dropped);
     return !r.bad;
 }
+
+bool readOwnerTail(ksBitReader& r, ksObjectHeader* header) { return readTail(r, header); }
 
 // Opens the object at the position: its type, or 0 when it can't be read.
 // R2000 stores XRECORD with a fixed type, which is the class's number here.

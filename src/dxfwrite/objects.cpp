@@ -2,6 +2,9 @@
 // data of table records and objects.
 #include <algorithm>
 #include <cstring>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
 
 #include "dxfwrite/dxfwrite.h"
 #include "dxfwrite/groups.h"
@@ -134,23 +137,44 @@ bool isDropped(const ksObjHandle& handle)
 // The entries of a dictionary blob, 3 name and 350 handle. Below R2000
 // the names are upper case; in R14 ACAD_BLKREFS holds its entry (360);
 // the root of an older target loses the entries of R2000 content.
-int16_t writeEntries(ksFcb* target, ksLoc entries, int32_t count, bool root)
+bool isR2000Entry(const char* name)
 {
     static constexpr const char* kR2000Entries[] = {"ACAD_LAYOUT", "ACAD_PLOTSETTINGS", "ACAD_WIPEOUT_VARS",
                                                     "ACAD_PLOTSTYLENAME", "ACDBHEADERROUNDTRIPXREC"};
+    return std::any_of(std::begin(kR2000Entries), std::end(kR2000Entries),
+                       [&](const char* entry) { return ksStrCompare(name, entry) == 0; });
+}
+
+// Notes the root's entries of R2000 content as dropped, for an older target.
+void noteDroppedEntries(ksFcb* target, ksLoc entries, int32_t count)
+{
+    droppedCount = 0;
+    if (version(target) >= ksAC1015)
+        return;
+    ksBlobCursor* cursor = ksBlobOpenRead(entries);
+    ksDictionaryEntry entry;
+    for (int32_t i = 0; cursor && i < count && ksDictionaryEntryRead(cursor, &entry); ++i)
+        if (isR2000Entry(entry.name) && droppedCount < kDroppedMax)
+            dropped[droppedCount++] = entry.handle;
+    ksBlobCloseRead(cursor);
+}
+
+bool isLeftOut(const ksObjHandle& handle);
+
+// A dictionary names none of the objects the file leaves out.
+int16_t writeEntries(ksFcb* target, ksLoc entries, int32_t count, bool root)
+{
     ksBlobCursor* cursor = ksBlobOpenRead(entries);
     ksDictionaryEntry entry;
     bool ok = true;
     for (int32_t i = 0; ok && cursor && i < count && ksDictionaryEntryRead(cursor, &entry); ++i) {
         if (version(target) < ksAC1015) {
-            if (root && std::any_of(std::begin(kR2000Entries), std::end(kR2000Entries),
-                                    [&](const char* name) { return ksStrCompare(entry.name, name) == 0; })) {
-                if (droppedCount < kDroppedMax)
-                    dropped[droppedCount++] = entry.handle;
+            if (root && isR2000Entry(entry.name))
                 continue;
-            }
             upperAscii(entry.name);
         }
+        if (isLeftOut(entry.handle))
+            continue;
         const bool owns = version(target) == ksAC1014 && std::strcmp(entry.name, "ACAD_BLKREFS") == 0;
         ok = ksDxfWriteText(target, 3, entry.name) && ksDxfWriteHandle(target, owns ? 360 : 350, entry.handle);
     }
@@ -158,12 +182,19 @@ int16_t writeEntries(ksFcb* target, ksLoc entries, int32_t count, bool root)
     return ok;
 }
 
+// Whether a dictionary has no place in the target.
+bool dictionaryLeftOut(ksFcb* source, ksFcb* target, const ksObjectHeader& header)
+{
+    return version(target) < ksAC1015 &&
+           ((!ksHandleIsNull(source->plotStyleDictionary) &&
+             ksHandleCompare(header.handle, source->plotStyleDictionary) == 0) ||
+            isDropped(header.handle));
+}
+
 int16_t writeDictionary(ksFcb* source, ksFcb* target, const ksObjectHeader& header, const ksDictionary& body,
                         bool root)
 {
-    if (version(target) < ksAC1015 && ((!ksHandleIsNull(source->plotStyleDictionary) &&
-                                        ksHandleCompare(header.handle, source->plotStyleDictionary) == 0) ||
-                                       isDropped(header.handle)))
+    if (dictionaryLeftOut(source, target, header))
         return 1;
     ksG->errorNumber = 158;
     if (!writeHead(source, target, header, "DICTIONARY", "AcDbDictionary", false))
@@ -507,6 +538,88 @@ int16_t writeClassObject(ksFcb* source, ksFcb* target, const ksObjectHeader& hea
 
 uint32_t objectsLeftOut = 0;
 
+// Whether an object goes out by itself: its kind has a place in the
+// target's release.
+bool placedByItself(ksFcb* source, ksFcb* target, const ksObjectHeader& header)
+{
+    if (header.kind == ksKindDictionary)
+        return !dictionaryLeftOut(source, target, header);
+    if (header.kind == ksKindMlineStyle || header.kind == ksKindGroup || header.kind == ksKindPlotSettings)
+        return true;
+    const ksObjectForm form = ksObjectFormOf(source, header.kind);
+    if (form == ksFormStream)
+        return false;
+    if (form == ksFormProxy)
+        return true;
+    for (const ClassObject& c : kClassObjects)
+        if (c.form == form)
+            return version(target) >= c.from;
+    return true;
+}
+
+// The objects the file leaves out: those without a place of their own, and
+// every object whose owner, at any depth, is left out too or is a block
+// that the release doesn't hold (the further layouts below R2000). A
+// reader would drop such an object for its missing owner; here it never
+// goes out. Built once per save in linear time.
+class LeftOut {
+public:
+    void build(ksFcb* source, ksFcb* target, ksObjectHeader& header, ksObjectBody& body)
+    {
+        out_.clear();
+        owners_.clear();
+        if (version(target) < ksAC1015) {
+            for (ksLoc node = ksListFirst(source->blockHeaders); node != 0; node = ksListNodeNext(node)) {
+                const auto* block = static_cast<const ksBlockHeader*>(ksRecordOf(node));
+                if (ksStrNCompare(block->name, "*PAPER_SPACE", 12) == 0 &&
+                    ksHandleCompare(block->entryHandle, source->paperBlockHandle) != 0)
+                    out_.insert(ksHandleToU64(block->entryHandle));
+            }
+        }
+        ksObjectRewind(source);
+        for (bool root = true; ksObjectNext(source, &header, &body); root = false) {
+            if (root && header.kind == ksKindDictionary)
+                noteDroppedEntries(target, body.dictionary.entries, body.dictionary.entryCount);
+            const uint64_t self = ksHandleToU64(header.handle);
+            owners_.emplace(self, ksHandleToU64(header.owner));
+            if (!placedByItself(source, target, header))
+                out_.insert(self);
+        }
+        // Down the owner chains; a chain longer than the objects are many
+        // goes round in a loop and ends there.
+        std::vector<uint64_t> chain;
+        for (const auto& [self, owner] : owners_) {
+            chain.clear();
+            uint64_t at = self;
+            bool left = false;
+            for (size_t steps = 0; steps <= owners_.size(); ++steps) {
+                if (out_.count(at) != 0) {
+                    left = true;
+                    break;
+                }
+                chain.push_back(at);
+                const auto next = owners_.find(at);
+                if (next == owners_.end() || next->second == 0 || isSettled(next->second))
+                    break;
+                at = next->second;
+            }
+            for (uint64_t h : chain)
+                (left ? out_ : settled_).insert(h);
+        }
+        settled_.clear();
+    }
+    bool has(const ksObjHandle& handle) const { return out_.count(ksHandleToU64(handle)) != 0; }
+
+private:
+    bool isSettled(uint64_t handle) const { return settled_.count(handle) != 0 && out_.count(handle) == 0; }
+    std::unordered_map<uint64_t, uint64_t> owners_;
+    std::unordered_set<uint64_t> out_, settled_;
+};
+
+LeftOut leftOut;
+
+bool isLeftOut(const ksObjHandle& handle) { return leftOut.has(handle); }
+
 }  // namespace
 
 int16_t ksDxfWriteObjectEed(ksFcb* source, ksFcb* target, ksLoc eed)
@@ -544,9 +657,12 @@ int16_t ksDxfWriteObjects(ksFcb* source, ksFcb* target, void* scratchHeader, voi
         return 0;
     objectsLeftOut = 0;
     droppedCount = 0;
+    leftOut.build(source, target, header, body);
     int32_t count = 0;
     ksObjectRewind(source);
     for (; ksObjectNext(source, &header, &body); ++count) {
+        if (count > 0 && leftOut.has(header.handle))
+            continue;
         int16_t written;
         switch (header.kind) {
             case ksKindDictionary:

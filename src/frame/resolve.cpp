@@ -607,7 +607,9 @@ int16_t ksLoadBlockHeaders(ksFcb* fcb)
     setText(model.record.name, "*Model_Space");
     setText(paper.record.name, "*Paper_Space");
     // DWG from R13 on names the two spaces by handle in its header; the
-    // others find them among the blocks.
+    // others find them among the blocks. The handle is what tells paper
+    // space from the blocks of further layouts, which R13 and R14 files
+    // written by programs that know layouts name "*PAPER_SPACE" as well.
     if (!newDwg)
         fcb->modelBlockHandle = fcb->paperBlockHandle = ksObjHandle{};
     fcb->modelBlockPosition = fcb->paperBlockPosition = 0;
@@ -631,8 +633,8 @@ int16_t ksLoadBlockHeaders(ksFcb* fcb)
         Space* space = nullptr;
         if (named(record.name, "*MODEL_SPACE") || (byHandle && sameHandle(record.entryHandle, fcb->modelBlockHandle)))
             space = &model;
-        else if ((version < ksAC1015 || dxf) ? named(record.name, "*PAPER_SPACE")
-                                             : byHandle && sameHandle(record.entryHandle, fcb->paperBlockHandle))
+        else if (!newDwg ? named(record.name, "*PAPER_SPACE")
+                         : byHandle && sameHandle(record.entryHandle, fcb->paperBlockHandle))
             space = &paper;
         if (space != nullptr) {
             // The first record of a space is kept whole; a second one of
