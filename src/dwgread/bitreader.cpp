@@ -121,21 +121,22 @@ void ksReadRelHandle(ksBitReader& r, const ksObjHandle& base, ksObjHandle* out)
 {
     ksObjHandle value;
     uint8_t code;
-    const int16_t count = ksReadHandleCode(r, &value, &code);
+    ksReadHandleCode(r, &value, &code);
     if (r.bad) {
         *out = ksObjHandle{};
         return;
     }
-    if (count == 0) {
-        *out = (code & 0x8) ? ksHandleSub(base, 1) : ksHandleAdd(base, 1);
-        return;
+    // Codes 6 and 8 stand for the handles next to the base, 0xA and 0xC
+    // for an offset from it; every other code holds the handle itself, and
+    // one without bytes is the null handle (the owner of the named objects
+    // dictionary is such a one in real files).
+    switch (code) {
+    case 0x6: *out = ksHandleAdd(base, 1); break;
+    case 0x8: *out = ksHandleSub(base, 1); break;
+    case 0xA: *out = ksHandleAdd(base, handleValue(value)); break;
+    case 0xC: *out = ksHandleSub(base, handleValue(value)); break;
+    default: *out = value; break;
     }
-    if (code == 4)
-        *out = value;
-    else if (code == 0xC)
-        *out = ksHandleSub(base, handleValue(value));
-    else
-        *out = ksHandleAdd(base, handleValue(value));
 }
 
 int16_t ksReadTypedHandle(ksBitReader& r, ksHandleRef* out)

@@ -246,46 +246,16 @@ INSTANTIATE_TEST_SUITE_P(Releases, HandMade, ::testing::Values(int16_t(ksAC1014)
 
 using DwgEntities = DwgLoadTest;
 
-// The entity types in the map of the drawing last opened that have no
-// reader yet: the DWG type, or the class's name.
-std::set<std::string> unreadTypes(ksFcb* fcb)
-{
-    static const std::set<int> simple = {1, 2, 3, 4, 5, 6, 17, 18, 19, 27, 28, 31, 32, 33, 35, 40, 41};
-    const char* fixedClasses[] = {"OLE2FRAME", "", "", "LWPOLYLINE", "HATCH"};
-    std::set<std::string> out;
-    for (const ksDwgMapEntry& e : ksDwg(fcb)->map) {
-        const int type = ksSeekHandle(fcb, H(e.handle)) ? ksPeekObjectType(fcb) : 0;
-        ksClass c{};
-        const bool isClass = type >= 500 && ksClassFindNumber(fcb, int16_t(type), &c);
-        if (type >= 1 && type < 48 && type != 9 && type != 42 && type != 43 && !simple.count(type))
-            out.insert("type " + std::to_string(type));
-        else if ((type == 74 || type == 77 || type == 78) && fcb->fileVersion >= ksAC1015)
-            out.insert(fixedClasses[type - 74]);
-        else if (type == 498 || (isClass && c.itemClassId == 498))
-            out.insert(type == 498 ? "proxy" : c.dxfName);
-    }
-    return out;
-}
-
-// Drawings with simple entities only load; the others fail at an entity
-// type not read yet and tell which types those are.
-TEST_F(DwgEntities, EveryDrawingLoadsOrNamesTheTypesItLacks)
+// Every R13 to R2000 drawing of the corpus loads whole.
+TEST_F(DwgEntities, EveryDrawingLoads)
 {
     ZT_REQUIRE_CORPUS();
     ASSERT_FALSE(corpusDwgs().empty());
     for (const std::string& path : corpusDwgs()) {
         ksFcb* loaded = ksLoadDrawing((corpusDir() / path).c_str(), 1, 0);
-        const int32_t error = ksG->errorNumber;
+        EXPECT_NE(loaded, nullptr) << path << ": error " << ksG->errorNumber;
         if (loaded)
             ksCloseDrawing(loaded);
-        ASSERT_EQ(open(corpusDir() / path, DwgPhases::tables), "") << path;
-        std::string unread;
-        for (const std::string& name : unreadTypes(fcb))
-            unread += " " + name;
-        EXPECT_TRUE(loaded || (!unread.empty() && (error == 55 || error == 130))) << path << ": " << error;
-        if (!unread.empty())
-            std::printf("%-48s %s; not read:%s\n", path.c_str(), loaded ? "loads" : std::to_string(error).c_str(),
-                        unread.c_str());
     }
 }
 
@@ -299,13 +269,43 @@ bool precise(const DxfRecord& r)
     });
 }
 
+// Where an export of the same drawing may hold another value than the
+// DWG, and why: in every drawing, or in one (`file`); `group` 0 stands
+// for every group of the type.
+struct KnownDifference {
+    const char* type;
+    int group;
+    const char* file;
+    const char* reason;
+};
+constexpr KnownDifference kKnown[] = {
+    {"VIEWPORT", 68, nullptr, "status comes from the viewport entity headers, a later phase of the load"},
+    {"VIEWPORT", 69, nullptr, "the id is the viewport's place in those headers, the same phase"},
+    {"TOLERANCE", 1, nullptr, "the export writes line breaks caret-coded (^J), the DWG holds them raw"},
+    {"MLINE", 2, nullptr, "the style is an object, named by 340; no table holds its name"},
+    {"MTEXT", 1, nullptr, "the export decodes \\U+ escapes to characters; the DWG keeps the escape"},
+    {"MTEXT", 3, nullptr, "the same, in the leading chunks"},
+    {"INSERT", 2, "dwg/AC1012/example_r13.dwg", "the export lacks the block (0xB40) that one INSERT names"},
+    {"DIMENSION", 1, "dwg/AC1015/libredwg_entities-2d.dwg",
+     "this export writes a text of one blank as empty; another export of the sample keeps the blank"},
+};
+
+bool known(const std::string& file, const std::string& type, int group)
+{
+    return std::ranges::any_of(kKnown, [&](const KnownDifference& k) {
+        return type == k.type && (k.group == group || k.group == 0) && (k.file == nullptr || file == k.file);
+    });
+}
+
 // Reads the entity of a DXF record's handle as the load would (a block's
 // in the second pass) and holds each group that the DXF reader stores in a
 // field (records/entity.h) against that field: within 1e-9 where the DXF
 // holds its reals whole, else within 1e-6. Color and linetype that the
 // export leaves out are BYLAYER; the paper space flag marks no block's
-// entities, the paper space block's either.
-void compareEntity(ksFcb* fcb, const DxfFile& file, const DxfRecord& dxf, bool inBlock, const std::string& where)
+// entities, the paper space block's either. Class entities have no fixed
+// rows and are compared by the DXF writer's tests.
+void compareEntity(ksFcb* fcb, const DxfFile& file, const DxfRecord& dxf, bool inBlock, const std::string& drawing,
+                   const std::string& where)
 {
     ksDwgState& st = *ksDwg(fcb);
     const bool paper = !inBlock && dxf.real(67) == 1;
@@ -314,22 +314,33 @@ void compareEntity(ksFcb* fcb, const DxfFile& file, const DxfRecord& dxf, bool i
     ksEntityBody b;
     int16_t ext = 0;
     ASSERT_EQ(ksDwgReadEntity(fcb, &h, &b, &ext), 1) << where;
+    if (h.type >= ksEntProxy) {
+        ksEntityFreeBlobs(fcb, h, &b);
+        return;
+    }
     EXPECT_STREQ(ksEntityNames[h.type], dxf.type.c_str()) << where;
     EXPECT_EQ(h.flags & ksEntityPaperSpace, paper ? ksEntityPaperSpace : 0) << where;
     EXPECT_EQ(h.color, dxf.has(62) ? int(dxf.real(62)) : 256) << where;
     EXPECT_EQ(U(h.linetypeHandle), file.entry("LTYPE", dxf.has(6) ? dxf.text(6) : "BYLAYER")) << where;
+    // A fit spline's knots and control points are the exporter's own
+    // computation, with flags to match: the DWG holds the fit points only.
+    const bool fitOnly = h.type == ksEntSpline && b.spline.fitCount > 0 && b.spline.controlCount == 0;
     bool application = false;
     for (const auto& [group, value] : dxf.groups) {
         application = group == 102 ? value.starts_with("{") : application;
-        if (application || group >= 1000 || group == 67)
+        if (application || group >= 1000 || group == 67 || known(drawing, dxf.type, group) ||
+            (fitOnly && (group == 70 || group == 72 || group == 73)))
             continue;
         const ksEntityField* row = ksEntityHeaderFieldFind(group, file.version);
         void* record = &h;
         if (row == nullptr)
             row = ksEntityFieldFind(h.type, group, file.version), record = &b;
+        // The exporter marks every dimension's block as its own (bit 32),
+        // which the stream doesn't hold.
+        const int mask = h.type == ksEntDimension && group == 70 ? ~32 : ~0;
         if (row) {
             EXPECT_EQ(fieldDiffers(file, ksEntityFieldAddress(record, *row), row->kind, row->index, value,
-                                   precise(dxf) ? 1e-9 : 1e-6),
+                                   precise(dxf) ? 1e-9 : 1e-6, mask),
                       "")
                 << where << " group " << group;
         }
@@ -337,11 +348,9 @@ void compareEntity(ksFcb* fcb, const DxfFile& file, const DxfRecord& dxf, bool i
     ksEntityFreeBlobs(fcb, h, &b);
 }
 
-TEST_F(DwgEntities, SimpleEntitiesMatchTheDxfExports)
+TEST_F(DwgEntities, EntitiesMatchTheDxfExports)
 {
     ZT_REQUIRE_CORPUS();
-    const std::set<std::string> simple = {"LINE", "POINT", "CIRCLE", "ARC",    "SOLID",  "TRACE", "3DFACE", "SHAPE", "ELLIPSE",
-                                          "RAY",  "XLINE", "TEXT",   "ATTDEF", "ATTRIB", "BLOCK", "ENDBLK", "SEQEND"};
     for (const DrawingPair& pair : drawingPairs()) {
         if (!pair.sameSave)
             continue;
@@ -350,30 +359,39 @@ TEST_F(DwgEntities, SimpleEntitiesMatchTheDxfExports)
         int compared = 0;
         for (const char* section : {"ENTITIES", "BLOCKS"}) {
             for (const DxfRecord& r : dxf.section(section)) {
-                if (simple.count(r.type) && r.handle() != 0 && ksSeekHandle(fcb, H(r.handle()))) {
+                if (r.handle() != 0 && ksSeekHandle(fcb, H(r.handle())) && ksPeekObjectType(fcb) < 498 &&
+                    ksPeekObjectType(fcb) != 74 && ksPeekObjectType(fcb) != 77 && ksPeekObjectType(fcb) != 78) {
                     ++compared;
-                    compareEntity(fcb, dxf, r, section[0] == 'B', pair.dwg + (" " + r.type + " " + r.text(5)));
+                    compareEntity(fcb, dxf, r, section[0] == 'B', pair.dwg,
+                                  pair.dwg + (" " + r.type + " " + r.text(5)));
                 }
             }
         }
         EXPECT_GT(compared, 0) << pair.dwg;
 
-        // A drawing that loads whole has the entities of the ENTITIES
-        // section on the lists of its two spaces.
-        if (ksFcb* loaded = ksLoadDrawing((corpusDir() / pair.dwg).c_str(), 1, 0)) {
-            std::set<uint64_t> ours, exported;
-            ksEntityHeader h;
-            ksEntityBody b;
-            for (ksLoc list : {loaded->modelEntities, loaded->paperEntities})
-                for (ksLoc node = ksListFirst(list); node != 0; node = ksListNodeNext(node))
-                    if (ksEntityUnpack(loaded, node, &h, &b, nullptr, nullptr))
-                        ours.insert(U(h.handle));
-            for (const DxfRecord& r : dxf.section("ENTITIES"))
-                if (r.handle() != 0)
-                    exported.insert(r.handle());
-            EXPECT_EQ(ours, exported) << pair.dwg;
-            ksCloseDrawing(loaded);
-        }
+        // The whole load has the entities of the ENTITIES section on the
+        // lists of its two spaces, but for what the load turns into
+        // others (an R13 2D polyline becomes a LWPOLYLINE, without its
+        // vertices and SEQEND) and the class entities the exporter left out.
+        ksFcb* loaded = ksLoadDrawing((corpusDir() / pair.dwg).c_str(), 1, 0);
+        ASSERT_NE(loaded, nullptr) << pair.dwg << " error " << ksG->errorNumber;
+        std::set<uint64_t> ours, exported, classEntities;
+        ksEntityHeader h;
+        ksEntityBody b;
+        const bool r13 = loaded->fileVersion == ksAC1012;
+        for (ksLoc list : {loaded->modelEntities, loaded->paperEntities})
+            for (ksLoc node = ksListFirst(list); node != 0; node = ksListNodeNext(node))
+                if (ksEntityUnpack(loaded, node, &h, &b, nullptr, nullptr) &&
+                    !(r13 && (h.type == ksEntVertex || h.type == ksEntSeqend)))
+                    (h.type >= ksEntProxy ? classEntities : ours).insert(U(h.handle));
+        for (const DxfRecord& r : dxf.section("ENTITIES"))
+            if (r.handle() != 0 && !(r13 && (r.type == "VERTEX" || r.type == "SEQEND")))
+                exported.insert(r.handle());
+        for (uint64_t handle : classEntities)
+            if (exported.count(handle))
+                ours.insert(handle);
+        EXPECT_EQ(ours, exported) << pair.dwg;
+        ksCloseDrawing(loaded);
     }
 }
 
