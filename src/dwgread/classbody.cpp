@@ -23,7 +23,7 @@
 
 namespace {
 
-// Fewest bits of the items counted in the stream: a 2RD, a BD, a BL.
+// Fewest bits of the items counted in the stream: a 2RD, a BD.
 constexpr unsigned kBits2RD = 128;
 constexpr unsigned kBitsBD = 2;
 
