@@ -152,6 +152,40 @@ bool renameEntries(ksFcb* fcb, ksObjectHeader* head, ksObjectBody* body, const k
     return true;
 }
 
+// R13 and R14 files written by programs that know layouts carry their
+// LAYOUT objects under the named object dictionary's ACAD_LAYOUT. Such a
+// drawing keeps them: each layout's block record is pointed back at it,
+// which those releases' block records can't say. False when the drawing
+// has no such layouts.
+bool linkExistingLayouts(ksFcb* fcb, const ksObjectHeader& namedHead, const ksObjectBody& namedBody)
+{
+    ksObjHandle layouts{};
+    ksBlobCursor* in = ksBlobOpenRead(namedBody.dictionary.entries);
+    ksDictionaryEntry e;
+    for (int32_t i = 0; in && i < namedBody.dictionary.entryCount && ksDictionaryEntryRead(in, &e); ++i)
+        if (ksStrCompare(e.name, "ACAD_LAYOUT") == 0)
+            layouts = e.handle;
+    ksBlobCloseRead(in);
+    ksObjectHeader head;
+    ksObjectBody body;
+    if (ksHandleIsNull(layouts) || fcb->classNumbers.layout == 0 || !ksObjectSeek(fcb, layouts, &head, &body) ||
+        head.kind != ksKindDictionary)
+        return false;
+    bool any = false;
+    for (ksObjectRewind(fcb); ksObjectNext(fcb, &head, &body);) {
+        if (head.kind != fcb->classNumbers.layout || ksHandleCompare(head.owner, layouts) != 0)
+            continue;
+        ksBlockHeader record;
+        if (ksBlockHeaderSeek(fcb, body.layout.blockRecord, &record)) {
+            record.layoutHandle = head.handle;
+            ksBlockHeaderUpdate(fcb, &record);
+        }
+        any = true;
+    }
+    (void)namedHead;
+    return any;
+}
+
 }  // namespace
 
 int16_t ksAddLayoutObjects(ksFcb* fcb, const ksObjHandle* handles)
@@ -170,6 +204,10 @@ int16_t ksAddLayoutObjects(ksFcb* fcb, const ksObjHandle* handles)
         return 0;
     }
     const ksObjHandle named = head.handle;
+    if (linkExistingLayouts(fcb, head, body)) {
+        ksSetError(0);
+        return 1;
+    }
     // The classes of the new objects, in a drawing that lacks them.
     const ksClassNumbers& n = fcb->classNumbers;
     if ((!n.placeholder || !n.dictionaryWithDefault || !n.layout || !n.wipeoutVariables) &&

@@ -36,6 +36,7 @@
 #include "frame/fcb.h"
 #include "frame/globals.h"
 #include "records/entity.h"
+#include "records/object.h"
 #include "records/tables.h"
 #include "store/blob.h"
 #include "store/entitylist.h"
@@ -415,6 +416,22 @@ void readLinks(ksBitReader& r, const ksObjHandle& self)
     ksReadRelHandle(r, self, &r.nextEntity);
 }
 
+// The class number of an entity type that R2000 files store with a fixed
+// code. A file whose class section lacks the class gets it from the
+// defaults, so that the entity is read and written as what it is.
+int16_t fixedClass(ksFcb* fcb, const char* dxfName, int16_t ksClassNumbers::*field)
+{
+    if (fcb->classNumbers.*field != 0)
+        return fcb->classNumbers.*field;
+    for (const ksDefaultClass& d : ksDefaultClasses) {
+        if (std::strcmp(d.dxfName, dxfName) == 0) {
+            ksClassAddIfMissing(fcb, d.dxfName, d.cppName, d.appName, d.classVersion, d.itemClassId, 0);
+            break;
+        }
+    }
+    return fcb->classNumbers.*field;
+}
+
 bool failEntity(ksFcb* fcb, ksEntityHeader* header, void* body)
 {
     ksEntityFreeBlobs(fcb, *header, body);
@@ -611,13 +628,12 @@ int16_t ksDwgReadEntity(ksFcb* fcb, ksEntityHeader* header, void* body, int16_t*
     const bool r2000 = st.version >= ksAC1015;
     if (r2000) {
         // Three classes have fixed types in R2000 files.
-        const ksClassNumbers& classes = fcb->classNumbers;
         if (type == 74)
-            type = classes.ole2frame;
+            type = fixedClass(fcb, "OLE2FRAME", &ksClassNumbers::ole2frame);
         else if (type == 77)
-            type = classes.lwpolyline;
+            type = fixedClass(fcb, "LWPOLYLINE", &ksClassNumbers::lwpolyline);
         else if (type == 78)
-            type = classes.hatch;
+            type = fixedClass(fcb, "HATCH", &ksClassNumbers::hatch);
     }
     // Types from 498 on are class numbers (or the proxy) and keep their
     // code; the fixed types take theirs from the table. Any other type is

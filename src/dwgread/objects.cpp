@@ -108,17 +108,16 @@ void readReactors(ksBitReader& r, ksObjectHeader* header)
 }
 
 // The tail of an object, at the start of its handle stream: the owner,
-// the reactors and the extension dictionary (dropped). The owner is kept
-// for every object: DXF readers want it in group 330, and the writer can't
-// derive it for objects that no dictionary lists.
+// the reactors and the extension dictionary. The owner is kept for every
+// object: DXF readers want it in group 330, and the writer can't derive it
+// for objects that no dictionary lists.
 bool readTail(ksBitReader& r, ksObjectHeader* header)
 {
     if (!toHandles(r))
         return false;
     ksReadRelHandle(r, header->handle, &header->owner);
     readReactors(r, header);
-    ksObjHandle dropped;
-    ksReadHandle(r, &dropped);
+    ksReadHandle(r, &header->xdict);
     return !r.bad;
 }
 
@@ -487,6 +486,11 @@ bool readProxy(ksFcb* fcb, ksBitReader& r, ksObjectHeader* header, ksProxyObject
             header->kind = ksKindProxy;
             p->applicationClass = type;
         }
+    } else if (header->kind == kTypeProxyObject) {
+        // An older file's proxy object: its kind is not the group stream's,
+        // which shares the number.
+        header->kind = ksKindProxy;
+        p->applicationClass = kTypeProxyObject;
     }
     p->data = ksCopyBits(r, &p->dataBitLength);
     if (r.bad || !readTail(r, header))
@@ -832,11 +836,14 @@ int16_t ksDwgReadObject(ksFcb* fcb, ksObjectHeader* header, void* body, int16_t*
         break;
     default:
         ok = readProxy(fcb, r, header, static_cast<ksProxyObject*>(body));
-        // R13 turns its zombie objects into objects kept in the stream
-        // form; the class number goes.
+        // R13 turns its zombie objects into plain proxy objects; the class
+        // number goes. (They keep bits, not groups: the stream kind, which
+        // holds groups, is not theirs.)
         if (ok && fcb->fileVersion == ksAC1012 && fcb->classNumbers.zombieObjectClass != 0 &&
-            header->kind == fcb->classNumbers.zombieObjectClass)
-            header->kind = ksKindStream;
+            header->kind == fcb->classNumbers.zombieObjectClass) {
+            header->kind = ksKindProxy;
+            static_cast<ksProxyObject*>(body)->applicationClass = kTypeProxyObject;
+        }
         break;
     }
     return ok && !r.bad ? 1 : 0;

@@ -108,16 +108,25 @@ int16_t writeDate(ksFcb* target, int32_t day, int32_t milliseconds)
     return ksDxfWriteReal(target, 40, day + milliseconds / 8.64e7);
 }
 
-// 0 name; 5 handle; the reactors and the owner; for class objects the
-// extended data and the subclass marker. Readers take the owner from 330
-// outside the reactors.
-int16_t writeHead(ksFcb* source, ksFcb* target, const ksObjectHeader& header, const char* name, const char* marker,
-                  bool eed)
+bool isLeftOut(const ksObjHandle& handle);
+
+// Objects whose head has gone out; the object's extended data follows its
+// body once it is written (readers refuse it between head and body).
+uint32_t headsWritten = 0;
+
+// 0 name; 5 handle; the reactors, the extension dictionary and the owner;
+// the subclass marker. Readers take the owner from 330 outside the
+// application groups.
+int16_t writeHead(ksFcb* /*source*/, ksFcb* target, const ksObjectHeader& header, const char* name,
+                  const char* marker)
 {
+    ++headsWritten;
+    const bool xdict = !ksHandleIsNull(header.xdict) && !isLeftOut(header.xdict);
     return ksDxfWriteText(target, 0, name) && ksDxfWriteHandle(target, 5, header.handle) &&
            ksDxfWriteReactorGroups(target, header.reactorCount, header.reactors) &&
+           (!xdict || (ksDxfWriteText(target, 102, "{ACAD_XDICTIONARY") &&
+                       ksDxfWriteHandle(target, 360, header.xdict) && ksDxfWriteText(target, 102, "}"))) &&
            (ksHandleIsNull(header.owner) || ksDxfWriteHandle(target, 330, header.owner)) &&
-           (!eed || header.eed == 0 || ksDxfWriteObjectEed(source, target, header.eed)) &&
            (marker[0] == '\0' || ksDxfWriteText(target, 100, marker));
 }
 
@@ -159,8 +168,6 @@ void noteDroppedEntries(ksFcb* target, ksLoc entries, int32_t count)
     ksBlobCloseRead(cursor);
 }
 
-bool isLeftOut(const ksObjHandle& handle);
-
 // A dictionary names none of the objects the file leaves out.
 int16_t writeEntries(ksFcb* target, ksLoc entries, int32_t count, bool root)
 {
@@ -173,6 +180,8 @@ int16_t writeEntries(ksFcb* target, ksLoc entries, int32_t count, bool root)
                 continue;
             upperAscii(entry.name);
         }
+        // An entry without an object (erased, in some files, or one the
+        // load could not take) would name nothing in the file.
         if (isLeftOut(entry.handle))
             continue;
         const bool owns = version(target) == ksAC1014 && std::strcmp(entry.name, "ACAD_BLKREFS") == 0;
@@ -197,7 +206,7 @@ int16_t writeDictionary(ksFcb* source, ksFcb* target, const ksObjectHeader& head
     if (dictionaryLeftOut(source, target, header))
         return 1;
     ksG->errorNumber = 158;
-    if (!writeHead(source, target, header, "DICTIONARY", "AcDbDictionary", false))
+    if (!writeHead(source, target, header, "DICTIONARY", "AcDbDictionary"))
         return 0;
     if (version(target) >= ksAC1015 &&
         (!ksDxfWriteInt16(target, 280, body.hardOwner) || !ksDxfWriteInt16(target, 281, body.cloning)))
@@ -234,7 +243,7 @@ const char* elementLinetype(ksFcb* source, int16_t place, int32_t* index)
 int16_t writeMlineStyle(ksFcb* source, ksFcb* target, const ksObjectHeader& header, const ksMlineStyle& body,
                         int32_t index)
 {
-    if (!writeHead(source, target, header, "MLINESTYLE", "AcDbMlineStyle", false) ||
+    if (!writeHead(source, target, header, "MLINESTYLE", "AcDbMlineStyle") ||
         !ksDxfWriteName(source, target, 2, body.name, index) || !ksDxfWriteInt16(target, 70, body.flags) ||
         !ksDxfWriteText(target, 3, body.description) || !ksDxfWriteInt16(target, 62, body.fillColor) ||
         !ksDxfWriteAngle(target, 51, body.startAngle) || !ksDxfWriteAngle(target, 52, body.endAngle) ||
@@ -256,7 +265,7 @@ int16_t writeMlineStyle(ksFcb* source, ksFcb* target, const ksObjectHeader& head
 
 int16_t writeGroupObject(ksFcb* source, ksFcb* target, const ksObjectHeader& header, const ksGroup& body)
 {
-    return writeHead(source, target, header, "GROUP", "AcDbGroup", false) &&
+    return writeHead(source, target, header, "GROUP", "AcDbGroup") &&
            ksDxfWriteText(target, 300, body.description) && ksDxfWriteInt16(target, 70, body.unnamed) &&
            ksDxfWriteInt16(target, 71, body.selectable) && writeHandles(target, 340, body.handles, body.handleCount);
 }
@@ -418,13 +427,12 @@ int16_t writeProxyBody(ksFcb* source, ksFcb* target, const ksObjectHeader& heade
 int16_t writeProxy(ksFcb* source, ksFcb* target, const ksObjectHeader& header, const ksProxyObject& body)
 {
     if (version(target) == ksAC1012)
-        return writeHead(source, target, header, "ACAD_ZOMBIE_OBJECT", "AcDbZombieObject", true);
+        return writeHead(source, target, header, "ACAD_ZOMBIE_OBJECT", "AcDbZombieObject");
     if (version(target) == ksAC1014)
-        return writeHead(source, target, header, "ACAD_PROXY_OBJECT", "AcDbProxyObject", true) &&
+        return writeHead(source, target, header, "ACAD_PROXY_OBJECT", "AcDbProxyObject") &&
                writeProxyBody(source, target, header, body);
-    return writeHead(source, target, header, "ACAD_PROXY_OBJECT", "AcDbProxyObject", false) &&
-           writeProxyBody(source, target, header, body) &&
-           (header.eed == 0 || ksDxfWriteObjectEed(source, target, header.eed));
+    return writeHead(source, target, header, "ACAD_PROXY_OBJECT", "AcDbProxyObject") &&
+           writeProxyBody(source, target, header, body);
 }
 
 // The class objects with a body of their own: the first release that
@@ -526,7 +534,7 @@ int16_t writeClassObject(ksFcb* source, ksFcb* target, const ksObjectHeader& hea
             if (c.form != form)
                 continue;
             if (version(target) >= c.from)
-                written = writeHead(source, target, header, c.name, c.marker, true) &&
+                written = writeHead(source, target, header, c.name, c.marker) &&
                           writeClassBody(target, form, body);
             break;
         }
@@ -609,6 +617,7 @@ public:
         settled_.clear();
     }
     bool has(const ksObjHandle& handle) const { return out_.count(ksHandleToU64(handle)) != 0; }
+    bool known(const ksObjHandle& handle) const { return owners_.count(ksHandleToU64(handle)) != 0; }
 
 private:
     bool isSettled(uint64_t handle) const { return settled_.count(handle) != 0 && out_.count(handle) == 0; }
@@ -618,7 +627,8 @@ private:
 
 LeftOut leftOut;
 
-bool isLeftOut(const ksObjHandle& handle) { return leftOut.has(handle); }
+// Left out, or no object of the drawing at all.
+bool isLeftOut(const ksObjHandle& handle) { return leftOut.has(handle) || !leftOut.known(handle); }
 
 }  // namespace
 
@@ -663,6 +673,7 @@ int16_t ksDxfWriteObjects(ksFcb* source, ksFcb* target, void* scratchHeader, voi
     for (; ksObjectNext(source, &header, &body); ++count) {
         if (count > 0 && leftOut.has(header.handle))
             continue;
+        const uint32_t heads = headsWritten;
         int16_t written;
         switch (header.kind) {
             case ksKindDictionary:
@@ -671,12 +682,15 @@ int16_t ksDxfWriteObjects(ksFcb* source, ksFcb* target, void* scratchHeader, voi
             case ksKindMlineStyle: written = writeMlineStyle(source, target, header, body.mlineStyle, count); break;
             case ksKindGroup: written = writeGroupObject(source, target, header, body.group); break;
             case ksKindPlotSettings:
-                written = writeHead(source, target, header, "PLOTSETTINGS", "AcDbPlotSettings", false) &&
+                written = writeHead(source, target, header, "PLOTSETTINGS", "AcDbPlotSettings") &&
                           writeSettings(target, body.plotSettings);
                 break;
             default: written = writeClassObject(source, target, header, body, &objectsLeftOut); break;
         }
         if (!written)
+            return 0;
+        // The extended data of an object that went out, at its end.
+        if (headsWritten != heads && header.eed != 0 && !ksDxfWriteObjectEed(source, target, header.eed))
             return 0;
     }
     return 1;

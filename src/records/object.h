@@ -143,6 +143,7 @@ struct ksObjectHeader {
     ksLoc reactors;      // reactorCount handles, 330 in {ACAD_REACTORS
     int32_t reactorCount;
     ksObjHandle owner;   // 330
+    ksObjHandle xdict;   // 360 in {ACAD_XDICTIONARY: the extension dictionary
 };
 
 inline constexpr int ksObjectTextSize = 512;
