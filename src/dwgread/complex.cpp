@@ -239,12 +239,10 @@ bool ksReadDimensionBody(EntityRead& e)
     ksRead3BD(r, &dropped);
     b.horizontal = ksReadBDValue(r);
     if (e.r2000) {
-        // Attachment, line spacing style and factor, measurement: the
-        // records have no room for them.
-        ksReadBS(r);
-        ksReadBS(r);
-        ksReadBDValue(r);
-        ksReadBDValue(r);
+        b.attachment = ksReadBS(r);
+        b.lineSpacingStyle = ksReadBS(r);
+        b.lineSpacingFactor = ksReadBDValue(r);
+        b.measurement = ksReadBDValue(r);
     }
     b.insertionPoint.x = ksReadRDValue(r);
     b.insertionPoint.y = ksReadRDValue(r);
@@ -627,9 +625,8 @@ bool ksReadMtextBody(EntityRead& e)
     b.height = ksReadBDValue(r);
     b.attachment = static_cast<int8_t>(ksReadBS(r));
     b.drawingDirection = static_cast<int8_t>(ksReadBS(r));
-    // The text box's height and width: the records keep no field for them.
-    ksReadBDValue(r);
-    ksReadBDValue(r);
+    b.boxHeight = ksReadBDValue(r);
+    b.boxWidth = ksReadBDValue(r);
     const int32_t length = static_cast<uint16_t>(ksReadBS(r));
     if (!ksCountFits(r, length, 8))
         return false;

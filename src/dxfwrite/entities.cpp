@@ -1088,6 +1088,21 @@ bool mlineData(const Ctx& c)
     return ok;
 }
 
+// The R2000 frame of a dimension's text: the attachment always, the line
+// spacing where it isn't the default (1.0, or the value a record of an
+// older file is set up with), the measured value where one is known
+// (files before R2000 hold none, and 0 stands for that).
+bool dimensionTextFrame(ksFcb* t, const ksDimensionBody& d)
+{
+    ksDimensionBody setUp;
+    ksEntityDefaults(nullptr, &setUp, ksEntDimension);
+    const bool defaultFactor = d.lineSpacingFactor == 1.0 || d.lineSpacingFactor == setUp.lineSpacingFactor;
+    return ksDxfWriteInt16(t, 71, d.attachment) &&
+           (d.lineSpacingStyle == setUp.lineSpacingStyle || ksDxfWriteInt16(t, 72, d.lineSpacingStyle)) &&
+           (defaultFactor || ksDxfWriteReal(t, 41, d.lineSpacingFactor)) &&
+           (d.measurement == 0.0 || ksDxfWriteReal(t, 42, d.measurement));
+}
+
 // DIMENSION: the common part, then the geometry by the low bits of 70.
 bool dimensionBody(const Ctx& c)
 {
@@ -1110,7 +1125,8 @@ bool dimensionBody(const Ctx& c)
         !ksDxfWritePoint2(t, 11, {d.textMidpoint.x, d.textMidpoint.y}) ||
         !(c.version < 3 || ksDxfWriteReal(t, 31, d.textMidpoint.z)) ||
         !(d.hasInsertionPoint == 0 || ksDxfWritePointVar(t, d.insertionPoint, 12)) ||
-        !(d.dimensionType == 0 || ksDxfWriteInt16(t, 70, d.dimensionType)))
+        !(d.dimensionType == 0 || ksDxfWriteInt16(t, 70, d.dimensionType)) ||
+        !(c.version < ksAC1015 || dimensionTextFrame(t, d)))
         return false;
     if (c.version < ksAC1012) {
         return (d.text[0] == '\0' || ksDxfWriteCoded(t, 1, d.text)) && geometry() &&

@@ -6,6 +6,7 @@
 #include "store/tablelist.h"
 
 #include <array>
+#include <bit>
 #include <algorithm>
 #include <cstring>
 
@@ -99,6 +100,13 @@ void ksEntityDefaults(ksEntityHeader* header, void* body, int16_t type) {
             break;
         }
         case ksEntMtext: as<ksMtextBody>(body)->direction = {1.0, 0.0, 0.0}; break;
+        case ksEntDimension: {
+            ksDimensionBody* b = as<ksDimensionBody>(body);
+            b->attachment = 5;
+            b->lineSpacingStyle = 1;
+            b->lineSpacingFactor = std::bit_cast<double>(uint64_t{0x3FFAAAAA98C55E44});
+            break;
+        }
         case ksEntLeader: {
             ksLeaderBody* b = as<ksLeaderBody>(body);
             b->arrowFlag = 1;
@@ -397,6 +405,10 @@ constexpr auto dimensionRows = sortRows({
     KS_EF_ROW(ksDimensionBody, 3, dimstyleHandle, ksEfNameRef, ksTableDimstyle, 4, 7, ksEfWriteVersions,
               ksEfNoNote),
     KS_EF(ksDimensionBody, 54, horizontal, ksEfAngle),
+    KS_EF_R2000(ksDimensionBody, 71, attachment, ksEfShort),
+    KS_EF_R2000(ksDimensionBody, 72, lineSpacingStyle, ksEfShort),
+    KS_EF_R2000(ksDimensionBody, 41, lineSpacingFactor, ksEfReal),
+    KS_EF_R2000(ksDimensionBody, 42, measurement, ksEfReal),
     KS_EF(ksDimensionBody, 1, text, ksEfCodedText),
 });
 
@@ -455,6 +467,9 @@ constexpr auto mtextRows = sortRows({
     KS_EF_ROW(ksMtextBody, 73, lineSpacingStyle, ksEfShort, 0, 0, 7, ksEfNoWrite, ksEfNoNote),
     KS_EF_ROW(ksMtextBody, 44, lineSpacing, ksEfReal, 0, 0, 7, ksEfNoWrite, ksEfNoNote),
     KS_EF_REF(ksMtextBody, 7, styleHandle, ksTableStyle),
+    // The frame the text takes: read-only groups that real files leave out.
+    KS_EF_ROW(ksMtextBody, 42, boxWidth, ksEfReal, 0, 0, 7, ksEfNoWrite, ksEfNoNote),
+    KS_EF_ROW(ksMtextBody, 43, boxHeight, ksEfReal, 0, 0, 7, ksEfNoWrite, ksEfNoNote),
     KS_EF_LIST(ksMtextBody, 3, longText, ksEfTextChunk, 0, 0),
     KS_EF_LIST(ksMtextBody, 1, longText, ksEfTextChunk, 0, ksEfInRun),
     KS_EF(ksMtextBody, 1, text, ksEfCodedText),

@@ -326,6 +326,13 @@ struct ksDimensionBody {
     ksObjHandle blockHandle;     // 2 by name
     ksObjHandle dimstyleHandle;  // 3 by name
     double horizontal;           // 54
+    // The text's frame in R2000: attachment (71), line spacing style (72)
+    // and factor (41), and the measured value (42), which older files
+    // don't hold: 5, 1, 5/3 and 0 then.
+    int16_t attachment;
+    int16_t lineSpacingStyle;
+    double lineSpacingFactor;
+    double measurement;
     char text[ksEntityNameSize];  // 1; last
 };
 
@@ -380,6 +387,8 @@ struct ksMtextBody {
     double lineSpacing;        // 44
     ksObjHandle styleHandle;   // 7 by name
     ksLoc longText;            // a text of more than one group: 3 ... 3, 1
+    double boxWidth;           // 42, the width the text takes; read, not written
+    double boxHeight;          // 43, its height; the same
     char text[ksEntityNameSize];  // 1, a text of one group; last
 };
 
@@ -511,8 +520,8 @@ static_assert(sizeof(ksLeaderBody) == 128 && sizeof(ksMlineBody) == 56);
 // the closing text of the others, the VIEWPORT's name included), which is
 // never more than these bounds.
 static_assert(sizeof(ksModelerBody) <= 40);
-static_assert(offsetof(ksDimensionBody, text) <= 272);
-static_assert(offsetof(ksMtextBody, text) <= 116);
+static_assert(offsetof(ksDimensionBody, text) <= 296);
+static_assert(offsetof(ksMtextBody, text) <= 136);
 static_assert(offsetof(ksToleranceBody, text) <= 64);
 static_assert(offsetof(ksViewportBody, name) <= 880);
 

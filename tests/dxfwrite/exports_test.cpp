@@ -115,8 +115,6 @@ const Known kKnown[] = {
     {"", R"(\w+ ACAD_PROXY_ENTITY type export (ARC_DIMENSION|ACAD_TABLE|MULTILEADER|LIGHT|INSERT))",
      "an entity of a later release kept as a proxy in the DWG: the export writes it as its class (for R13 "
      "and R14 as an insert of its graphics), an R2000 file as a proxy"},
-    {"", R"(\w+ DIMENSION 42 actual_measurement only in the export)",
-     "the dimension record keeps no measured value (the reader skips it); the group is optional"},
     {kR13, R"(\w+ (BLOCK|ENDBLK|LINE) in \*X only in ours)",
      "the export gives the lines of the hatch's anonymous block new handles above the drawing's $HANDSEED"},
     {kR13, R"((52 BLOCK|53 ENDBLK|84 VIEWPORT) in \*PAPER_SPACE0 only in ours)",

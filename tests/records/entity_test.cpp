@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <bit>
+
 #include <cstdio>
 #include <cstring>
 #include <set>
@@ -54,7 +56,6 @@ const DefaultCase defaultCases[] = {
     {ksEntSpline, {}},
     {ksEntBlock, {}},
     {ksEntVertex, {}},
-    {ksEntDimension, {}},
     {ksEntMline, {}},
     {ksEntShape, {{D(ksShapeBody, widthFactor), 1.0}}},
     {ksEntText, {{D(ksTextBody, widthFactor), 1.0}}},
@@ -71,6 +72,11 @@ const DefaultCase defaultCases[] = {
       {D(ksViewportBody, snapSpacing.y), 0.5}, {D(ksViewportBody, gridSpacing.x), 0.5},
       {D(ksViewportBody, gridSpacing.y), 0.5}}},
     {ksEntMtext, {{D(ksMtextBody, direction.x), 1.0}}},
+    // The R2000 text frame that older files don't hold; the factor is the
+    // one R2000 itself writes, a hair below 5/3.
+    {ksEntDimension,
+     {{offsetof(ksDimensionBody, attachment), 's', 5}, {offsetof(ksDimensionBody, lineSpacingStyle), 's', 1},
+      {D(ksDimensionBody, lineSpacingFactor), std::bit_cast<double>(uint64_t{0x3FFAAAAA98C55E44})}}},
     {ksEntLeader,
      {{offsetof(ksLeaderBody, arrowFlag), 'b', 1}, {offsetof(ksLeaderBody, creationFlag), 's', 3},
       {D(ksLeaderBody, horizontalDirection.x), 1.0}}},
@@ -160,10 +166,10 @@ const Kept keptSizes[] = {
     WHOLE(ksEntBlock, 1048, ksBlockBody),     WHOLE(ksEntInsert, 96, ksInsertBody),
     TO_TEXT(ksEntAttdef, 96, ksAttdefBody, prompt), TO_TEXT(ksEntAttrib, 96, ksAttribBody, tag),
     WHOLE(ksEntPolyline, 40, ksPolylineBody), WHOLE(ksEntVertex, 88, ksVertexBody),
-    WHOLE(ksEnt3dFace, 104, ks3dFaceBody),    TO_TEXT(ksEntDimension, 272, ksDimensionBody, text),
+    WHOLE(ksEnt3dFace, 104, ks3dFaceBody),    TO_TEXT(ksEntDimension, 304, ksDimensionBody, text),
     TO_TEXT(ksEntViewport, 880, ksViewportBody, name), WHOLE(ksEnt3dSolid, 40, ksModelerBody),
     WHOLE(ksEntRay, 48, ksRayBody),           WHOLE(ksEntXline, 48, ksRayBody),
-    TO_TEXT(ksEntMtext, 116, ksMtextBody, text), WHOLE(ksEntLeader, 128, ksLeaderBody),
+    TO_TEXT(ksEntMtext, 144, ksMtextBody, text), WHOLE(ksEntLeader, 128, ksLeaderBody),
     TO_TEXT(ksEntTolerance, 64, ksToleranceBody, text), WHOLE(ksEntMline, 56, ksMlineBody),
     WHOLE(ksEntBody, 40, ksModelerBody),
 };
