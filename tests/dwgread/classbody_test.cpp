@@ -167,6 +167,23 @@ TEST_P(ClassBodies, LwpolylineVerticesWovenWithBulgesAndWidths)
     EXPECT_FALSE(read(0x33));
 }
 
+// R2000 stores LWPOLYLINE with the fixed type 77; a file whose class
+// section lacks the class gets it, and the entity is read as what it is.
+TEST_P(ClassBodies, FixedTypeWithoutItsClassGetsTheClass)
+{
+    if (!r2000())
+        GTEST_SKIP() << "R2000 only";
+    fcb->classNumbers = ksClassNumbers{};  // a class section with nothing in it
+    add(77, 0x30, [&](ksBitWriter& w) { ksWriteBS(w, 0), ksWriteBL(w, 1), ksWrite2RD(w, {1, 2}); });
+    ASSERT_TRUE(read(0x30));
+    ASSERT_NE(fcb->classNumbers.lwpolyline, 0);
+    EXPECT_EQ(header.type, fcb->classNumbers.lwpolyline);
+    ksClass c;
+    ASSERT_TRUE(ksClassFindNumber(fcb, header.type, &c));
+    EXPECT_STREQ(c.dxfName, "LWPOLYLINE");
+    EXPECT_EQ(reals(as<ksLwpolyline>().vertices), (std::vector<double>{1, 2}));
+}
+
 // Writes a HATCH; `loops` writes the loop count and the loops.
 void hatchHead(ksBitWriter& w, bool solid, const char* pattern)
 {
