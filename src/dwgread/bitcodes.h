@@ -278,10 +278,9 @@ int32_t ksReadText(ksBitReader& r, char* out, int32_t limit);
 int16_t ksReadHandle(ksBitReader& r, ksObjHandle* out);
 // H with its code kept: the high nibble into *code.
 int16_t ksReadHandleCode(ksBitReader& r, ksObjHandle* out, uint8_t* code);
-// H against a base:
-//   count 0: code with bit 0x8 set gives base - 1, else base + 1
-//   code 4: the bytes are absolute; code 0xC: base minus them;
-//   any other code: base plus them (eight-byte arithmetic, wrapping)
+// H against a base: code 6 gives base + 1, code 8 base - 1, code 0xA
+// base plus the bytes, code 0xC base minus them (eight-byte arithmetic,
+// wrapping); any other code holds the handle itself, null without bytes.
 void ksReadRelHandle(ksBitReader& r, const ksObjHandle& base, ksObjHandle* out);
 // H whose code gives the kind: 2 -> 0, 4 -> 1, 5 -> 2, 6 -> 3, 3 -> 4
 // (other codes kind 0). Returns the byte count.

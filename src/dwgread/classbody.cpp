@@ -526,7 +526,11 @@ bool readProxy(ksBodyRead& e)
     b.proxyClassId = ksKindProxyEntity;
     b.applicationClass = e.dwgType;
     if (e.dwgType == ksKindProxyEntity && e.r2000) {
-        b.applicationClass = static_cast<int16_t>(ksReadBL(r));
+        // A class number beyond the 16 bits of the field names no class of
+        // this drawing: it is kept as the plain proxy number.
+        const int32_t application = ksReadBL(r);
+        b.applicationClass = static_cast<int16_t>(
+            application >= ksKindProxyEntity && application <= INT16_MAX ? application : ksKindProxyEntity);
         b.originalClass = ksReadBL(r);
         b.flags = ksReadBit(r);
     }

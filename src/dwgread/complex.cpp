@@ -418,9 +418,11 @@ int16_t splineShape(const std::vector<ksPoint3>& p)
     }
     if (off == nullptr)
         return kPlanar | kLinear;
-    // The plane through the first point, the second and the one off the
-    // line: planar when every point lies in it.
-    const ksPoint3& second = p[1];
+    // The plane through the first point, the one that gave the line its
+    // direction and the one off it: planar when every point lies in it.
+    // (The literal second point would give no plane when it equals the
+    // first, and every such spline would count as planar.)
+    const ksPoint3& second = p[i];
     const double u[3] = {second.x - first.x, second.y - first.y, second.z - first.z};
     const double v[3] = {off->x - first.x, off->y - first.y, off->z - first.z};
     const double n[3] = {u[1] * v[2] - u[2] * v[1], u[2] * v[0] - u[0] * v[2], u[0] * v[1] - u[1] * v[0]};

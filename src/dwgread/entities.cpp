@@ -47,6 +47,9 @@ namespace {
 
 constexpr double kFullTurn = 6.28318530718;
 
+// The item class id of a class whose items are objects (498: entities).
+constexpr int32_t kObjectClassId = 499;
+
 using EntityRead = ksBodyRead;
 using BodyReader = ksBodyReader;
 
@@ -640,6 +643,13 @@ int16_t ksDwgReadEntity(ksFcb* fcb, ksEntityHeader* header, void* body, int16_t*
     // no entity.
     const bool classType = type >= ksEntProxy;
     if (!classType && (type <= 0 || type >= kEntityKindCount || kEntityKinds[type].read == nullptr)) {
+        ksBlobFree(graphic);
+        return ksDwgFail(fcb);
+    }
+    // A class the file says is one of objects is no entity, whatever chain
+    // leads to it; an unknown class is taken as a proxy entity.
+    ksClass entityClass;
+    if (type > ksEntProxy && ksClassFindNumber(fcb, type, &entityClass) && entityClass.itemClassId == kObjectClassId) {
         ksBlobFree(graphic);
         return ksDwgFail(fcb);
     }

@@ -593,36 +593,43 @@ public:
             if (!placedByItself(source, target, header))
                 out_.insert(self);
         }
-        // Down the owner chains; a chain longer than the objects are many
-        // goes round in a loop and ends there.
+        // Down the owner chains, each handle visited once: a walk ends at
+        // a handle already settled, out or kept, or at one on the walk
+        // itself (a loop of owners, which stays in).
+        std::unordered_map<uint64_t, uint8_t> state;  // 1 on the walk, 2 settled
         std::vector<uint64_t> chain;
         for (const auto& [self, owner] : owners_) {
             chain.clear();
             uint64_t at = self;
             bool left = false;
-            for (size_t steps = 0; steps <= owners_.size(); ++steps) {
+            for (;;) {
                 if (out_.count(at) != 0) {
                     left = true;
                     break;
                 }
+                uint8_t& seen = state[at];
+                if (seen != 0)
+                    break;
+                seen = 1;
                 chain.push_back(at);
                 const auto next = owners_.find(at);
-                if (next == owners_.end() || next->second == 0 || isSettled(next->second))
+                if (next == owners_.end() || next->second == 0)
                     break;
                 at = next->second;
             }
-            for (uint64_t h : chain)
-                (left ? out_ : settled_).insert(h);
+            for (uint64_t h : chain) {
+                state[h] = 2;
+                if (left)
+                    out_.insert(h);
+            }
         }
-        settled_.clear();
     }
     bool has(const ksObjHandle& handle) const { return out_.count(ksHandleToU64(handle)) != 0; }
     bool known(const ksObjHandle& handle) const { return owners_.count(ksHandleToU64(handle)) != 0; }
 
 private:
-    bool isSettled(uint64_t handle) const { return settled_.count(handle) != 0 && out_.count(handle) == 0; }
     std::unordered_map<uint64_t, uint64_t> owners_;
-    std::unordered_set<uint64_t> out_, settled_;
+    std::unordered_set<uint64_t> out_;
 };
 
 LeftOut leftOut;
@@ -671,8 +678,11 @@ int16_t ksDxfWriteObjects(ksFcb* source, ksFcb* target, void* scratchHeader, voi
     int32_t count = 0;
     ksObjectRewind(source);
     for (; ksObjectNext(source, &header, &body); ++count) {
-        if (count > 0 && leftOut.has(header.handle))
+        if (count > 0 && leftOut.has(header.handle)) {
+            if (ksObjectFormOf(source, header.kind) == ksFormStream)
+                ++objectsLeftOut;
             continue;
+        }
         const uint32_t heads = headsWritten;
         int16_t written;
         switch (header.kind) {

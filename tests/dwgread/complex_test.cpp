@@ -389,7 +389,8 @@ TEST_P(ComplexBodies, SolidModelTextAndTail)
 {
     // The coded text: '?' coded is 0x60, a tab stands for a blank, the line
     // feed stays. 13 bits follow it up to the handles.
-    const std::string coded = std::string("\x60\x09") + char(159 - 'A') + "\n";
+    const char codedBytes[] = {'\x60', '\x09', char(159 - 'A'), '\n'};
+    const std::string coded(codedBytes, sizeof codedBytes);
     add(38, [&](ksBitWriter& w) {
         ksWriteBS(w, 64), ksWriteBD(w, 1.0);
         ksWriteBL(w, uint32_t(coded.size())), ksWriteBytes(w, reinterpret_cast<const uint8_t*>(coded.data()), coded.size());
