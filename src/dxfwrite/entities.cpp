@@ -1721,15 +1721,11 @@ bool writeHead(const Ctx& c, const char* name)
             !(ksDxfWriteText(t, 102, "{ACAD_XDICTIONARY") && ksDxfWriteHandle(t, 360, h.xdictHandle) &&
               ksDxfWriteText(t, 102, "}")))
             return false;
-        if (h.reactors != 0 && (c.version >= ksAC1014 || h.type >= ksEntProxy)) {
-            ksObjHandle first{};
-            ksBlobCursor* cursor = ksBlobOpenRead(h.reactors);
-            const bool read = cursor != nullptr && ksBlobReadHandle(cursor, &first);
-            ksBlobCloseRead(cursor);
-            if (read && !(ksDxfWriteText(t, 102, "{ACAD_REACTORS") && ksDxfWriteHandle(t, 330, first) &&
-                          ksDxfWriteText(t, 102, "}")))
-                return false;
-        }
+        // Every reactor: an entity that several objects watch (the
+        // boundary of more than one associative hatch) keeps them all.
+        if (h.reactors != 0 && (c.version >= ksAC1014 || h.type >= ksEntProxy) &&
+            !ksDxfWriteReactorGroups(t, std::max<int32_t>(h.reactorCount, 1), h.reactors))
+            return false;
         if (!ksDxfWriteText(t, 100, "AcDbEntity") ||
             !(!(h.flags & ksEntityPaperSpace) || ksDxfWriteInt16(t, 67, 1)))
             return false;

@@ -150,7 +150,16 @@ protected:
         using H = ksEntityHeader;
         add<ksLineBody>(ksEntLine, "LINE", 0, 1, 2, [](auto& b, H&) { b = {{1, 2, 0}, {3, 4, 0}}; });
         add<ksPointBody>(ksEntPoint, "POINT", 0, 3, 4, [](auto& b, H&) { b.position = {3, 4, 0}; });
-        add<ksCircleBody>(ksEntCircle, "CIRCLE", 0, 5, 6, [](auto& b, H&) { b = {{5, 6, 0}, 2}; });
+        // Watched by three objects.
+        add<ksCircleBody>(ksEntCircle, "CIRCLE", 0, 5, 6, [](auto& b, H& h) {
+            b = {{5, 6, 0}, 2};
+            h.reactors = ksBlobNew();
+            ksBlobCursor* out = ksBlobOpenWrite(h.reactors);
+            for (uint64_t r : {0xA1, 0xA2, 0xA3})
+                ksBlobWriteHandle(out, ksHandleFromU64(r));
+            ksBlobCloseWrite(out);
+            h.reactorCount = 3;
+        });
         add<ksArcBody>(ksEntArc, "ARC", 0, 7, 8, [](auto& b, H&) { b = {{7, 8, 0}, 1, 0, 1.5}; });
         add<ksTextBody>(ksEntText, "TEXT", 0, 9, 10, [&](auto& b, H& h) {
             h.eed = eed();
@@ -356,6 +365,7 @@ TEST_F(DxfEntities, OptionalGroupsStayOutAtTheirDefaults)
         {"INSERT", "70", false}, {"INSERT", "71", false}, {"INSERT", "100 AcDbBlockReference", true},
         {"LEADER", "76 3", true}, {"LEADER", "100 AcDbLeader", true}, {"CIRCLE", "100 AcDbCircle", true},
         {"3DFACE", "30 1.0", true}, {"LWPOLYLINE", "70 1", true}, {"LWPOLYLINE", "42 0.5", true},
+        {"CIRCLE", "330 A1", true}, {"CIRCLE", "330 A3", true},
     };
     for (const auto& c : cases) {
         ASSERT_TRUE(groups.count(c.type)) << c.type;

@@ -1,3 +1,4 @@
+#include "support/fixtures.h"
 #include "support/support.h"
 
 #include <fcntl.h>
@@ -232,3 +233,9 @@ void writeFile(const fs::path& file, std::string_view text)
 }
 
 }  // namespace zt
+
+void zt::ToolkitTest::SetUp()
+{
+    int16_t error = 0;
+    ASSERT_EQ(ksInit(ZEMACAD_INIT_FILE, 0, &error), 1) << "error " << error;
+}
