@@ -53,6 +53,11 @@ void ksReadEntityExtrusion(ksBodyRead& e);
 
 // ---- Bounds and blobs
 
+// The fewest bits an item of a code takes in the stream.
+inline constexpr unsigned ksBitsBD = 2;
+inline constexpr unsigned ksBits3BD = 3 * ksBitsBD;
+inline constexpr unsigned ksBits2RD = 128;
+
 inline uint64_t ksBitsLeft(const ksBitReader& r) { return r.bitEnd > r.bitPos ? r.bitEnd - r.bitPos : 0; }
 
 // Whether `count` items of at least `bitsEach` bits can still stand in the
@@ -119,6 +124,16 @@ struct ksBlobOut {
     ksBlobOut(const ksBlobOut&) = delete;
     ksBlobOut& operator=(const ksBlobOut&) = delete;
 };
+
+// Finishes a blob written as the stream was read: a write that failed, or
+// a stream gone bad, marks the stream bad and gives 0.
+inline ksLoc ksFinishBlob(ksBitReader& r, ksBlobOut& out)
+{
+    const ksLoc blob = out.finish(!r.bad);
+    if (blob == 0)
+        ksBitReaderFail(r);
+    return blob;
+}
 
 // `count` raw bytes of the stream into a new blob, in pieces; 0 for a
 // count of 0. The stream is marked bad when the bytes or the blob fail.

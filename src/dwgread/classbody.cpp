@@ -23,10 +23,6 @@
 
 namespace {
 
-// Fewest bits of the items counted in the stream: a 2RD, a BD.
-constexpr unsigned kBits2RD = 128;
-constexpr unsigned kBitsBD = 2;
-
 // The style name of the last ARCALIGNEDTEXT: the entity step resolves it
 // by name to the style handle (entityRefs.styleName), and the text must
 // last until the next read.
@@ -36,16 +32,6 @@ template <typename T>
 T& bodyAs(ksBodyRead& e)
 {
     return *static_cast<T*>(static_cast<void*>(e.body));
-}
-
-// A blob that is finished as the stream reads on: a write that fails, or a
-// stream gone bad, marks the stream bad and leaves 0.
-ksLoc finishBlob(ksBitReader& r, ksBlobOut& out)
-{
-    const ksLoc blob = out.finish(!r.bad);
-    if (blob == 0)
-        ksBitReaderFail(r);
-    return blob;
 }
 
 // A double as its eight bytes stand, low byte first, not sanitised.
@@ -81,8 +67,8 @@ bool readLwpolyline(ksBodyRead& e)
     const int32_t bulges = (b.flags & ksLwHasBulges) ? ksReadBL(r) : 0;
     const int32_t widths = (b.flags & ksLwHasWidths) ? ksReadBL(r) : 0;
     // A run of bulges or widths stands for every vertex or is absent.
-    if (!ksCountFits(r, count, e.r2000 ? 4 : kBits2RD) || !ksCountFits(r, bulges, kBitsBD) ||
-        !ksCountFits(r, widths, 2 * kBitsBD) || (bulges != 0 && bulges != count) ||
+    if (!ksCountFits(r, count, e.r2000 ? 4 : ksBits2RD) || !ksCountFits(r, bulges, ksBitsBD) ||
+        !ksCountFits(r, widths, 2 * ksBitsBD) || (bulges != 0 && bulges != count) ||
         (widths != 0 && widths != count)) {
         ksBitReaderFail(r);
         return false;
@@ -92,7 +78,7 @@ bool readLwpolyline(ksBodyRead& e)
     ksPoint2 point{};
     for (int32_t i = 0; i < count && !r.bad; ++i) {
         if (!e.r2000) {
-            ksSkipBits(r, kBits2RD);
+            ksSkipBits(r, ksBits2RD);
         } else if (i == 0) {
             ksRead2RD(r, &point);
         } else {
@@ -116,9 +102,8 @@ bool readLwpolyline(ksBodyRead& e)
         ksLwVertex v{};
         for (int32_t i = 0; i < count && out.ok && !r.bad; ++i) {
             if (!e.r2000) {
-                uint8_t bytes[16];
-                ksReadBytes(vertexRun, bytes, 16);
-                v.point = ksPoint2{rawDouble(bytes), rawDouble(bytes + 8)};
+                v.point.x = std::bit_cast<double>(ksReadRawU64(vertexRun));
+                v.point.y = std::bit_cast<double>(ksReadRawU64(vertexRun));
             } else if (i == 0) {
                 ksRead2RD(vertexRun, &v.point);
             } else {
@@ -132,7 +117,7 @@ bool readLwpolyline(ksBodyRead& e)
         }
         if (vertexRun.bad || bulgeRun.bad)
             ksBitReaderFail(r);
-        b.vertices = finishBlob(r, out);
+        b.vertices = ksFinishBlob(r, out);
         if (b.vertices == 0)
             return false;
     }
@@ -176,7 +161,7 @@ int32_t readEdges(ksBitReader& r, int32_t count, ksBlobOut* out)
             edge.periodic = ksReadBit(r);
             edge.knotCount = ksReadBL(r);
             edge.controlCount = ksReadBL(r);
-            if (!ksCountFits(r, edge.knotCount, kBitsBD) || !ksCountFits(r, edge.controlCount, kBits2RD))
+            if (!ksCountFits(r, edge.knotCount, ksBitsBD) || !ksCountFits(r, edge.controlCount, ksBits2RD))
                 return known;
             if (out)
                 out->put(ksHatchEdgeWrite(out->cursor, edge));
@@ -218,7 +203,7 @@ bool readLoop(ksBitReader& r, ksBlobOut& out, int64_t* objects, bool* pixel)
         loop.hasBulge = ksReadBit(r);
         loop.closed = ksReadBit(r);
         loop.count = ksReadBL(r);
-        if (!ksCountFits(r, loop.count, kBits2RD))
+        if (!ksCountFits(r, loop.count, ksBits2RD))
             return false;
         out.put(ksHatchLoopWrite(out.cursor, loop));
         for (int32_t i = 0; i < loop.count && !r.bad; ++i) {
@@ -277,7 +262,7 @@ bool readHatch(ksBodyRead& e)
                 return false;
             }
         }
-        if ((b.boundary = finishBlob(r, out)) == 0)
+        if ((b.boundary = ksFinishBlob(r, out)) == 0)
             return false;
     }
     b.hatchStyle = ksReadBS(r);
@@ -287,7 +272,7 @@ bool readHatch(ksBodyRead& e)
         b.patternScale = ksReadBDValue(r);
         b.patternDouble = ksReadBit(r);
         b.patternLineCount = ksReadBS(r);
-        if (!ksCountFits(r, b.patternLineCount, 5 * kBitsBD + 2))
+        if (!ksCountFits(r, b.patternLineCount, 5 * ksBitsBD + 2))
             return false;
         if (b.patternLineCount > 0) {
             ksBlobOut out;
@@ -302,13 +287,13 @@ bool readHatch(ksBodyRead& e)
                 line.base.y = ksReadBDValue(r);
                 ksRead2BD(r, &line.offset);
                 line.dashCount = ksReadBS(r);
-                if (!ksCountFits(r, line.dashCount, kBitsBD))
+                if (!ksCountFits(r, line.dashCount, ksBitsBD))
                     return false;
                 out.put(ksHatchPatternLineWrite(out.cursor, line));
                 for (int16_t d = 0; d < line.dashCount && !r.bad; ++d)
                     out.put(ksBlobWriteReal(out.cursor, ksReadBDValue(r)));
             }
-            if ((b.patternLines = finishBlob(r, out)) == 0)
+            if ((b.patternLines = ksFinishBlob(r, out)) == 0)
                 return false;
         }
     }
@@ -316,7 +301,7 @@ bool readHatch(ksBodyRead& e)
     if (pixel)
         b.pixelSize = ksReadBDValue(r);
     b.seedCount = ksReadBL(r);
-    if (!ksCountFits(r, b.seedCount, kBits2RD))
+    if (!ksCountFits(r, b.seedCount, ksBits2RD))
         return false;
     if (b.seedCount > 0) {
         ksBlobOut out;
@@ -329,7 +314,7 @@ bool readHatch(ksBodyRead& e)
             ksRead2RD(r, &seed);
             out.put(ksPoint2Write(out.cursor, seed));
         }
-        if ((b.seedPoints = finishBlob(r, out)) == 0)
+        if ((b.seedPoints = ksFinishBlob(r, out)) == 0)
             return false;
     }
     if (!ksReadEntityHandles(e.fcb, e.header))
@@ -371,7 +356,7 @@ bool readImage(ksBodyRead& e, bool keepHandles)
         // The outline is stored open; the list closes it with a copy of its
         // first vertex.
         const int32_t count = ksReadBL(r);
-        if (!ksCountFits(r, count, kBits2RD))
+        if (!ksCountFits(r, count, ksBits2RD))
             return false;
         if (count > 0) {
             ksBlobOut out;
@@ -388,7 +373,7 @@ bool readImage(ksBodyRead& e, bool keepHandles)
                 out.put(ksPoint2Write(out.cursor, v));
             }
             out.put(ksPoint2Write(out.cursor, first));
-            if ((b.clipVertices = finishBlob(r, out)) == 0)
+            if ((b.clipVertices = ksFinishBlob(r, out)) == 0)
                 return false;
             b.clipVertexCount = count + 1;
         }

@@ -22,9 +22,6 @@ using EntityRead = ksBodyRead;
 
 // Scales this close to 0 are taken as 1.0.
 constexpr double kTinyScale = 1e-12;
-// The least bits of a BD and of a 3BD.
-constexpr unsigned kBitsBD = 2;
-constexpr unsigned kBits3BD = 6;
 
 double scaleOrOne(double v)
 {
@@ -461,8 +458,8 @@ bool ksReadSplineBody(EntityRead& e)
         ksReadBit(r);
     }
     const bool weighted = (b.flags & ksSplineWeighted) != 0;
-    if (!shortCountFits(r, knots, kBitsBD) || !shortCountFits(r, controls, kBits3BD + (weighted ? kBitsBD : 0)) ||
-        !shortCountFits(r, fits, kBits3BD))
+    if (!shortCountFits(r, knots, ksBitsBD) || !shortCountFits(r, controls, ksBits3BD + (weighted ? ksBitsBD : 0)) ||
+        !shortCountFits(r, fits, ksBits3BD))
         return false;
     b.knotCount = static_cast<int16_t>(knots);
     b.controlCount = static_cast<int16_t>(controls);
@@ -688,7 +685,7 @@ bool ksReadLeaderBody(EntityRead& e)
     b.creationFlag = ksReadBS(r);
     b.pathType = static_cast<int8_t>(ksReadBS(r));
     const int32_t count = ksReadBL(r);
-    if (!shortCountFits(r, count, kBits3BD))
+    if (!shortCountFits(r, count, ksBits3BD))
         return false;
     b.vertexCount = static_cast<int16_t>(count);
     ksPoint3 last[2] = {};
@@ -783,7 +780,7 @@ bool ksReadMlineBody(EntityRead& e)
     b.styleCount = ksReadRC(r);
     b.vertexCount = ksReadBS(r);
     // A vertex takes three points and two counts per element at least.
-    if (!ksCountFits(r, b.vertexCount, 3 * kBits3BD + 4u * static_cast<unsigned>(b.styleCount)))
+    if (!ksCountFits(r, b.vertexCount, 3 * ksBits3BD + 4u * static_cast<unsigned>(b.styleCount)))
         return false;
     if (b.vertexCount > 0) {
         ksBlobOut out;
@@ -800,7 +797,7 @@ bool ksReadMlineBody(EntityRead& e)
             for (int16_t s = 0; s < b.styleCount * 2 && !r.bad && out.ok; ++s) {
                 // The segment's parameters, then the fill's.
                 const int16_t n = ksReadBS(r);
-                if (!ksCountFits(r, n, kBitsBD))
+                if (!ksCountFits(r, n, ksBitsBD))
                     return false;
                 out.put(ksBlobWriteInt16(out.cursor, n));
                 for (int16_t j = 0; j < n && !r.bad; ++j)

@@ -35,6 +35,7 @@
 #include "dwgread/ops.h"
 #include "frame/fcb.h"
 #include "frame/globals.h"
+#include "records/classent.h"
 #include "records/entity.h"
 #include "records/object.h"
 #include "records/tables.h"
@@ -64,10 +65,6 @@ bool same(const ksObjHandle& a, const ksObjHandle& b)
 }
 
 // ---- Pieces of the bodies
-
-void readThickness(EntityRead& e) { ksReadEntityThickness(e); }
-
-void readExtrusion(EntityRead& e) { ksReadEntityExtrusion(e); }
 
 template <size_t N>
 void readText(ksBitReader& r, char (&field)[N], int32_t limit)
@@ -142,8 +139,8 @@ bool readLine(EntityRead& e)
         ksRead3BD(e.r, &b.start);
         ksRead3BD(e.r, &b.end);
     }
-    readThickness(e);
-    readExtrusion(e);
+    ksReadEntityThickness(e);
+    ksReadEntityExtrusion(e);
     return ksReadEntityHandles(e.fcb, e.header) != 0;
 }
 
@@ -151,8 +148,8 @@ bool readPoint(EntityRead& e)
 {
     ksPointBody& b = e.body->point;
     ksRead3BD(e.r, &b.position);
-    readThickness(e);
-    readExtrusion(e);
+    ksReadEntityThickness(e);
+    ksReadEntityExtrusion(e);
     b.xAxisAngle = ksReadBDValue(e.r);
     return ksReadEntityHandles(e.fcb, e.header) != 0;
 }
@@ -165,8 +162,8 @@ void readCircleData(EntityRead& e, ksPoint3* center, double* radius)
     *radius = ksReadBDValue(e.r);
     if (*radius < 0.0)
         *radius = 0.0;
-    readThickness(e);
-    readExtrusion(e);
+    ksReadEntityThickness(e);
+    ksReadEntityExtrusion(e);
 }
 
 bool readCircle(EntityRead& e)
@@ -188,14 +185,14 @@ bool readArc(EntityRead& e)
 bool readTrace(EntityRead& e)
 {
     ksTraceBody& b = e.body->trace;
-    readThickness(e);
+    ksReadEntityThickness(e);
     const double elevation = ksReadBDValue(e.r);
     for (ksPoint3* corner : {&b.corner1, &b.corner2, &b.corner3, &b.corner4}) {
         corner->x = ksReadRDValue(e.r);
         corner->y = ksReadRDValue(e.r);
         corner->z = elevation;
     }
-    readExtrusion(e);
+    ksReadEntityExtrusion(e);
     return ksReadEntityHandles(e.fcb, e.header) != 0;
 }
 
@@ -647,9 +644,12 @@ int16_t ksDwgReadEntity(ksFcb* fcb, ksEntityHeader* header, void* body, int16_t*
         return ksDwgFail(fcb);
     }
     // A class the file says is one of objects is no entity, whatever chain
-    // leads to it; an unknown class is taken as a proxy entity.
+    // leads to it; an unknown class is taken as a proxy entity. Only the
+    // classes without a body of their own are looked up: the list is walked
+    // for them, not for every LWPOLYLINE or HATCH.
     ksClass entityClass;
-    if (type > ksEntProxy && ksClassFindNumber(fcb, type, &entityClass) && entityClass.itemClassId == kObjectClassId) {
+    if (type > ksEntProxy && ksClassEntityFormOf(fcb, type) == ksCeProxy &&
+        ksClassFindNumber(fcb, type, &entityClass) && entityClass.itemClassId == kObjectClassId) {
         ksBlobFree(graphic);
         return ksDwgFail(fcb);
     }

@@ -529,10 +529,7 @@ ksLoc ksReadRawBytes(ksBitReader& r, int32_t count)
         out.put(ksBlobWrite(out.cursor, piece, static_cast<uint16_t>(n)));
         left -= n;
     }
-    const ksLoc blob = out.finish();
-    if (blob == 0)
-        ksBitReaderFail(r);
-    return blob;
+    return ksFinishBlob(r, out);
 }
 
 // ---------------------------------------------------------------------------
@@ -604,11 +601,9 @@ ksLoc ksReadReferences(ksBitReader& r, int32_t* count)
     }
     if (n == 0)
         return 0;
-    const ksLoc blob = out.finish();
-    if (blob == 0) {
-        ksBitReaderFail(r);
+    const ksLoc blob = ksFinishBlob(r, out);
+    if (blob == 0)
         return 0;
-    }
     *count = n;
     return blob;
 }

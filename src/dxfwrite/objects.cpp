@@ -463,6 +463,14 @@ constexpr ClassObject kClassObjects[] = {
     {ksFormWipeoutVariables, ksAC1015, "WIPEOUTVARIABLES", "AcDbWipeoutVariables"},
 };
 
+const ClassObject* classObjectOf(ksObjectForm form)
+{
+    for (const ClassObject& c : kClassObjects)
+        if (c.form == form)
+            return &c;
+    return nullptr;
+}
+
 int16_t writeClassBody(ksFcb* target, ksObjectForm form, const ksObjectBody& b)
 {
     switch (form) {
@@ -529,15 +537,8 @@ int16_t writeClassObject(ksFcb* source, ksFcb* target, const ksObjectHeader& hea
         ++*leftOut;
     } else if (form == ksFormProxy) {
         written = writeProxy(source, target, header, body.proxy);
-    } else {
-        for (const ClassObject& c : kClassObjects) {
-            if (c.form != form)
-                continue;
-            if (version(target) >= c.from)
-                written = writeHead(source, target, header, c.name, c.marker) &&
-                          writeClassBody(target, form, body);
-            break;
-        }
+    } else if (const ClassObject* c = classObjectOf(form); c != nullptr && version(target) >= c->from) {
+        written = writeHead(source, target, header, c->name, c->marker) && writeClassBody(target, form, body);
     }
     if (written)
         ksG->errorNumber = 0;
@@ -559,10 +560,8 @@ bool placedByItself(ksFcb* source, ksFcb* target, const ksObjectHeader& header)
         return false;
     if (form == ksFormProxy)
         return true;
-    for (const ClassObject& c : kClassObjects)
-        if (c.form == form)
-            return version(target) >= c.from;
-    return true;
+    const ClassObject* c = classObjectOf(form);
+    return c == nullptr || version(target) >= c->from;
 }
 
 // The objects the file leaves out: those without a place of their own, and
