@@ -68,24 +68,7 @@ protected:
     // follow the common ones. `graphic` is its image.
     void add(int16_t type, uint64_t handle, const Write& data, const Write& handles = {}, ksLoc graphic = 0)
     {
-        image.map.push_back({handle, uint32_t(image.image.size())});
-        ksBitWriter& w = image.w;
-        ASSERT_EQ(ksBeginObject(w, type, H(handle), 0, 0, graphic, true), 1);
-        ksWriteBits(w, 2, 2), ksWriteBL(w, 0);
-        if (!r2000())
-            ksWriteBit(w, 1);
-        ksWriteBit(w, 1), ksWriteBS(w, 256), ksWriteBD(w, 1.0);
-        if (r2000())
-            ksWriteBits(w, 0, 4);
-        ksWriteBS(w, 0);
-        if (r2000())
-            ksWriteRC(w, 29);
-        data(w);
-        ksMarkHandles(w);
-        ksWriteHandle(w, H(0), 0x30), ksWriteHandle(w, H(0x10), 0x50);
-        if (handles)
-            handles(w);
-        image.end();
+        image.entity(type, handle, data, handles, {.graphic = graphic});
     }
     // Reads the entity of the handle; the last one read is freed here.
     bool read(uint64_t handle)

@@ -53,23 +53,7 @@ protected:
     uint64_t add(int16_t type, const Write& data, const Write& handles = {})
     {
         const uint64_t handle = next++;
-        ksBitWriter& w = image.begin(type, handle, true);
-        ksWriteBits(w, 2, 2), ksWriteBL(w, 0);
-        if (!r2000())
-            ksWriteBit(w, 1);
-        ksWriteBit(w, 1), ksWriteBS(w, 256), ksWriteBD(w, 1.0);
-        if (r2000())
-            ksWriteBits(w, 0, 4);
-        ksWriteBS(w, 0);
-        if (r2000())
-            ksWriteRC(w, 29);
-        data(w);
-        ksMarkHandles(w);
-        ksWriteHandle(w, H(0), 0x30);
-        ksWriteHandle(w, H(0x10), 0x50);
-        if (handles)
-            handles(w);
-        image.end();
+        image.entity(type, handle, data, handles, {});
         return handle;
     }
     // Reads the entities in the order they were added; false at the first
@@ -544,7 +528,7 @@ TEST_F(DwgSolidModels, TextMatchesTheDxfExports)
             for (const DxfRecord& r : dxf.section(section)) {
                 if ((r.type != "3DSOLID" && r.type != "REGION" && r.type != "BODY") || !ksSeekHandle(fcb, H(r.handle())))
                     continue;
-                const std::string where = pair.dwg + (" " + r.text(5));
+                const std::string where = std::string(pair.dwg).append(" ").append(r.text(5));
                 ksDwgState& st = *ksDwg(fcb);
                 st.current = H(r.handle()), st.secondPass = section[0] == 'B' || r.real(67) != 1;
                 st.inBlock = 0, st.entitiesRead = 0;

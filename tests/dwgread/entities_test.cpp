@@ -101,31 +101,7 @@ protected:
     void add(int16_t type, uint64_t handle, uint64_t next, const Write& data, int mode = 2, bool noLinks = false,
              const Write& handles = {})
     {
-        ksBitWriter& w = image.begin(type, handle, true);
-        ksWriteBits(w, uint64_t(mode), 2), ksWriteBL(w, 0);
-        if (!r2000())
-            ksWriteBit(w, 1);
-        ksWriteBit(w, noLinks), ksWriteBS(w, 256), ksWriteBD(w, 1.0);
-        if (r2000())
-            ksWriteBits(w, 0, 4);
-        ksWriteBS(w, 0);
-        if (r2000())
-            ksWriteRC(w, 29);
-        data(w);
-        ksMarkHandles(w);
-        if (mode == 0)
-            ksWriteHandle(w, H(0x1F), 0x40);
-        ksWriteHandle(w, H(0), 0x30);
-        // R2000 has the links in front of the layer, the others behind it.
-        for (int i = 0; i < 2; ++i) {
-            if (i == r2000())
-                ksWriteHandle(w, H(0x10), 0x50);
-            else if (!noLinks)
-                ksWriteHandle(w, H(handle - 1), 0x40), ksWriteHandle(w, H(next), 0x40);
-        }
-        if (handles)
-            handles(w);
-        image.end();
+        image.entity(type, handle, data, handles, {mode, noLinks, next});
     }
     void start(uint64_t paperFirst, uint64_t paperLast, uint64_t modelFirst, uint64_t modelLast)
     {

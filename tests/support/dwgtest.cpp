@@ -280,11 +280,41 @@ std::string DwgLoadTest::open(const fs::path& file, DwgPhases upto)
     return {};
 }
 
-ksBitWriter& DwgImage::begin(int16_t type, uint64_t handle, bool entity)
+ksBitWriter& DwgImage::begin(int16_t type, uint64_t handle, bool entity, ksLoc graphic)
 {
     map.push_back({handle, uint32_t(image.size())});
-    EXPECT_EQ(ksBeginObject(w, type, ksHandleFromU64(handle), 0, 0, 0, entity), 1);
+    EXPECT_EQ(ksBeginObject(w, type, ksHandleFromU64(handle), 0, 0, graphic, entity), 1);
     return w;
+}
+
+void DwgImage::entity(int16_t type, uint64_t handle, const Write& data, const Write& handles, const EntityForm& form)
+{
+    const bool r2000 = version >= ksAC1015;
+    begin(type, handle, true, form.graphic);
+    ksWriteBits(w, uint64_t(form.mode), 2), ksWriteBL(w, 0);
+    if (!r2000)
+        ksWriteBit(w, 1);
+    ksWriteBit(w, form.noLinks), ksWriteBS(w, 256), ksWriteBD(w, 1.0);
+    if (r2000)
+        ksWriteBits(w, 0, 4);
+    ksWriteBS(w, 0);
+    if (r2000)
+        ksWriteRC(w, 29);
+    data(w);
+    ksMarkHandles(w);
+    if (form.mode == 0)
+        ksWriteHandle(w, ksHandleFromU64(0x1F), 0x40);
+    ksWriteHandle(w, ksHandleFromU64(0), 0x30);
+    // R2000 has the links in front of the layer, the others behind it.
+    for (int i = 0; i < 2; ++i) {
+        if (i == int(r2000))
+            ksWriteHandle(w, ksHandleFromU64(0x10), 0x50);
+        else if (!form.noLinks)
+            ksWriteHandle(w, ksHandleFromU64(handle - 1), 0x40), ksWriteHandle(w, ksHandleFromU64(form.next), 0x40);
+    }
+    if (handles)
+        handles(w);
+    end();
 }
 
 void DwgImage::end() { EXPECT_EQ(ksEndObject(w, ksVectorSink(image)), 1); }

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <utility>
@@ -109,12 +110,26 @@ protected:
 // its handles, end() puts it into the image. install() gives a reader state
 // the image and its map.
 struct DwgImage {
-    explicit DwgImage(int16_t version) { ksResetBits(w, version); }
+    explicit DwgImage(int16_t version) : version(version) { ksResetBits(w, version); }
     ~DwgImage() { ksBitWriterFree(w); }
-    ksBitWriter& begin(int16_t type, uint64_t handle, bool entity);
+    ksBitWriter& begin(int16_t type, uint64_t handle, bool entity, ksLoc graphic = 0);
     void end();
+
+    // An entity whole: the frame, the common data (no reactors, color and
+    // linetype BYLAYER, visible), `data`, the common handles (owner 0x1F
+    // when `mode` is 0, no extension dictionary, layer 0x10, the links
+    // handle - 1 and `next` unless `noLinks`), then `handles`.
+    using Write = std::function<void(ksBitWriter&)>;
+    struct EntityForm {
+        int mode = 2;
+        bool noLinks = true;
+        uint64_t next = 0;
+        ksLoc graphic = 0;
+    };
+    void entity(int16_t type, uint64_t handle, const Write& data, const Write& handles, const EntityForm& form);
     void install(ksDwgState& st) const;
 
+    int16_t version;
     ksBitWriter w{};
     Bytes image;
     std::vector<ksDwgMapEntry> map;
